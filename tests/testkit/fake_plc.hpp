@@ -1,0 +1,96 @@
+// A scripted fake PLC for byte-exact tests: a TCP (or UDP) server on
+// 127.0.0.1, ephemeral port, running on its own thread inside the test
+// process. It records every request frame and answers each one with the next
+// step of its script.
+//
+//   FakePlc plc;
+//   plc.reply(catalogue_first()).reply(catalogue({{0, u"Main"}}))
+//      .reply(resolve({{.area = 0x84, .location = {1, 2, 3, 4}}}))
+//      .reply(values(hex("12 34")));
+//   ... drive the library against 127.0.0.1:plc.port() ...
+//   EXPECT_EQ(to_hex(plc.requests()[2]), "00 00 00 18 FF FF FF E7 ...");
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kplc::testkit {
+
+using Bytes = std::vector<uint8_t>;
+using namespace std::chrono_literals;
+
+// "00 0c 28" or "000C28" -> bytes (blanks ignored, case-insensitive).
+Bytes hex(std::string_view text);
+// bytes -> "00 0C 28" (upper case, one blank between bytes).
+std::string to_hex(std::span<const uint8_t> bytes);
+
+class FakePlc {
+public:
+    enum class Transport { Tcp, Udp };
+    static constexpr uint32_t kLoopback = 0x7F000001;  // 127.0.0.1
+
+    explicit FakePlc(Transport transport = Transport::Tcp);
+    ~FakePlc();
+    FakePlc(const FakePlc &) = delete;
+    FakePlc &operator=(const FakePlc &) = delete;
+
+    [[nodiscard]] uint16_t port() const;
+
+    // Script steps, each consumed by one received request, in order.
+    FakePlc &reply(Bytes bytes);                      // answer with these bytes
+    FakePlc &silence();                               // answer nothing (forces a time-out)
+    FakePlc &close();                                 // close the connection instead of answering
+    FakePlc &split(Bytes bytes, std::size_t first, std::chrono::milliseconds pause);  // two segments
+    FakePlc &with_stale(Bytes bytes, Bytes stale);    // answer, then send `stale` unasked
+    // Answer for every request once the script is used up (default: silence).
+    FakePlc &otherwise(std::function<Bytes(std::span<const uint8_t> request)> handler);
+
+    // Every request frame received so far, in order (framed by its data_len).
+    [[nodiscard]] std::vector<Bytes> requests() const;
+    // Connections accepted so far (TCP).
+    [[nodiscard]] std::size_t connections() const;
+    // Waits until at least `count` requests have arrived.
+    bool wait_for_requests(std::size_t count, std::chrono::milliseconds timeout = 2000ms) const;
+    // Script steps not consumed yet.
+    [[nodiscard]] std::size_t pending_steps() const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// Response builders. Every response starts with a 14-byte frame header that
+// the driver does not examine (filled with a plausible header here).
+
+// Answer to the first catalogue request: any non-empty frame.
+Bytes catalogue_first();
+// Program catalogue: count at 14, then per entry 2 bytes, L = 2 + name bytes,
+// 1 byte, program id, the UTF-16BE name, 1 byte.
+Bytes catalogue(const std::vector<std::pair<uint8_t, std::u16string>> &programs);
+
+// One resolve item as the driver reads it (offsets relative to the item's
+// cursor position c): area at c+21, location at c+22..25, bit numbers at c+29
+// and c+30, extension count g at c+40; the next item starts at c + 24 + 4g.
+struct ResolveItem {
+    uint8_t area = 0;
+    std::array<uint8_t, 4> location{};
+    uint8_t byte29 = 0;
+    uint8_t byte30 = 0;
+    uint8_t extensions = 0;
+};
+Bytes resolve(const std::vector<ResolveItem> &items);
+// Read by location answer: the header, then the value bytes from offset 14.
+Bytes values(const Bytes &payload);
+// A write acknowledgement of `size` bytes (at least 12) with status byte 11.
+Bytes ack(std::size_t size = 14, uint8_t status = 0);
+
+}  // namespace kplc::testkit
