@@ -1,0 +1,32 @@
+# Installs the Debian packages a command needs, only those that are missing.
+# Sourced by the scripts in scripts/; runs apt-get only when something is absent.
+
+kplc_missing_packages() {
+    local pkg missing=()
+    for pkg in "$@"; do
+        if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed'; then
+            missing+=("$pkg")
+        fi
+    done
+    printf '%s\n' "${missing[@]}"
+}
+
+kplc_install_packages() {
+    local missing
+    mapfile -t missing < <(kplc_missing_packages "$@" | sed '/^$/d')
+    if [ "${#missing[@]}" -eq 0 ]; then
+        return 0
+    fi
+    echo "Installing missing packages: ${missing[*]}"
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo=(sudo)
+    fi
+    export DEBIAN_FRONTEND=noninteractive
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# What building the driver, its tools and its tests needs.
+KPLC_BUILD_PACKAGES=(g++ cmake ninja-build make binutils libgtest-dev libgmock-dev libbenchmark-dev
+    iproute2 procps)
