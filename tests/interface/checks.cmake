@@ -12,3 +12,16 @@ add_test(NAME interface.c_interpose_host COMMAND c_interpose_host)
 
 add_test(NAME interface.exported_symbols
   COMMAND sh ${CMAKE_CURRENT_SOURCE_DIR}/interface/check_exports.sh $<TARGET_FILE:kplc> ${KPLC_EXPORTS_LIST})
+
+# The record layouts for 32-bit ARM (ILP32), checked by the cross compiler on
+# the same static assertions the native build checks for LP64.
+find_program(KPLC_ARM32_CXX arm-linux-gnueabihf-g++)
+if(KPLC_ARM32_CXX)
+  add_test(NAME interface.record_layout_ilp32
+    COMMAND ${KPLC_ARM32_CXX} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror
+      -I${PROJECT_SOURCE_DIR}/include -I${PROJECT_SOURCE_DIR}/src
+      ${PROJECT_SOURCE_DIR}/src/interface/layout_checks.cpp)
+  add_test(NAME interface.c_headers_ilp32
+    COMMAND arm-linux-gnueabihf-gcc -std=c11 -fsyntax-only -Wall -Wextra -Wpedantic -Werror
+      -I${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_SOURCE_DIR}/interface/dlopen_consumer.c)
+endif()
