@@ -62,6 +62,12 @@ public:
     bool wait_for_requests(std::size_t count, std::chrono::milliseconds timeout = 2000ms) const;
     // Script steps not consumed yet.
     [[nodiscard]] std::size_t pending_steps() const;
+    // Waits until every request received so far has been answered completely,
+    // the second segment of a split() and the stale bytes of a with_stale()
+    // included. The fake sends those only once the driver has read what came
+    // before (so the two never merge into one read); call this before the next
+    // exchange when that exchange must find the stale bytes already queued.
+    bool wait_idle(std::chrono::milliseconds timeout = 2000ms) const;
 
 private:
     struct Impl;
