@@ -1,0 +1,107 @@
+// Bit copy out of 16-bit words, the number helpers and the Modbus CRC-16.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "kplc/support.h"
+#include "support/crc16.hpp"
+#include "testkit/fake_plc.hpp"
+
+namespace {
+
+using kplc::testkit::Bytes;
+using kplc::testkit::hex;
+
+struct CopyCase {
+    const char *what;
+    std::vector<uint16_t> src, src2;  // src2 empty: BatchReadWord, otherwise BatchReadWord2
+    int bit_th, bit_len;
+    std::vector<uint8_t> dst, want;
+};
+class BitCopy : public ::testing::TestWithParam<CopyCase> {};
+
+TEST_P(BitCopy, TouchesOnlyTheCopiedBits) {
+    const CopyCase &c = GetParam();
+    std::vector<uint8_t> dst = c.dst;  // exactly sized buffers: an over-read trips the sanitizer
+    const unsigned char *ret = c.src2.empty()
+                                   ? BatchReadWord(c.src.data(), dst.data(), c.bit_th, c.bit_len)
+                                   : BatchReadWord2(c.src.data(), dst.data(), c.bit_th, c.bit_len, c.src2.data());
+    EXPECT_EQ(ret, dst.data());
+    EXPECT_EQ(dst, c.want);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, BitCopy,
+    ::testing::Values(CopyCase{"across_a_word_boundary", {0x8000, 0x0000}, {}, 15, 2, {0xFF}, {0xFD}},
+                      CopyCase{"second_word", {0x0000, 0x0004}, {}, 18, 1, {0x00}, {0x01}},
+                      CopyCase{"zero_length", {0xFFFF}, {}, 3, 0, {0x00}, {0x00}},
+                      CopyCase{"nine_bits_keep_the_rest", {0x01FF}, {}, 0, 9, {0x00, 0xF0}, {0xFF, 0xF1}},
+                      CopyCase{"clears_too", {0x0000}, {}, 4, 9, {0xFF, 0xFF}, {0x00, 0xFE}},
+                      CopyCase{"whole_words", {0x1234, 0xABCD}, {}, 0, 32, {0, 0, 0, 0}, {0x34, 0x12, 0xCD, 0xAB}},
+                      CopyCase{"negative_start_refused", {0xFFFF}, {}, -1, 4, {0x00}, {0x00}},
+                      CopyCase{"two_sources_across", {0x8000}, {0x0002}, 15, 3, {0x00}, {0x05}},
+                      CopyCase{"second_word_of_src2", {0x0000}, {0x0000, 0x0002}, 33, 1, {0x00}, {0x01}}),
+    [](const auto &info) { return std::string(info.param.what); });
+
+TEST(NumberHelpers, HexDigitsAndValues) {
+    for (int ch = CHAR_MIN; ch <= CHAR_MAX; ++ch) {
+        const char text[2] = {static_cast<char>(ch), 0};
+        const int want = ch >= 0 && std::isxdigit(ch) ? static_cast<int>(std::strtol(text, nullptr, 16)) : -1;
+        EXPECT_EQ(getIndexOfSigns(text[0]), want) << ch;
+    }
+    const struct {
+        std::string text;
+        int nlen;
+        long want;
+    } cases[] = {{"00ff", 4, 255},        {"1A2b", 4, 0x1A2B}, {"0x10", 4, 16 - 256}, {"1234", 2, 0x12},
+                 {"1234", 0, 0},          {"ffffffff", 8, -1}, {"100000000", 9, 0}};
+    for (auto c : cases) EXPECT_EQ(hexToDec(c.text.data(), c.nlen), c.want) << c.text << "/" << c.nlen;
+}
+
+TEST(NumberHelpers, PowersAndLengths) {
+    const struct {
+        int result, n, want;
+    } powers[] = {{1, 0, 1}, {1, 15, 32768}, {3, -2, 3}, {-3, 2, -12}, {1, 31, INT_MIN}, {7, 1000000000, 0}};
+    for (const auto &c : powers) EXPECT_EQ(mathN(c.result, c.n), c.want) << c.result << "<<" << c.n;
+    const struct {
+        u32 bits, bytes, words;
+    } lengths[] = {{0, 0, 0}, {1, 1, 1}, {8, 1, 1}, {9, 2, 1}, {16, 2, 1}, {17, 3, 2}, {~0u, 0x20000000, 0x10000000}};
+    for (const auto &c : lengths) {
+        EXPECT_EQ(bit2byte_len(c.bits), c.bytes) << c.bits;
+        EXPECT_EQ(bit2word_len(c.bits), c.words) << c.bits;
+    }
+}
+
+unsigned crc_of(Bytes b) { return crc16(b.data(), static_cast<unsigned char>(b.size())); }
+
+TEST(Crc16, CheckValuesAndPublishedTableEntries) {
+    EXPECT_EQ(crc_of({}), 0xFFFFu);
+    EXPECT_EQ(crc_of(Bytes{'1', '2', '3', '4', '5', '6', '7', '8', '9'}), 0x374Bu);
+    EXPECT_EQ(crc_of(hex("01 03 00 00 00 01")), 0x840Au);
+    const struct {
+        std::size_t index;
+        uint8_t hi, lo;
+    } entries[] = {{1, 0xC1, 0xC0}, {2, 0x81, 0xC1}, {3, 0x40, 0x01}, {7, 0x41, 0xC2}, {0x80, 0x01, 0xA0}, {255, 0x40, 0x40}};
+    for (const auto &e : entries) {
+        EXPECT_EQ(kplc::crc::auchCRCHi[e.index], e.hi) << e.index;
+        EXPECT_EQ(kplc::crc::auchCRCLo[e.index], e.lo) << e.index;
+    }
+}
+
+TEST(Crc16, AgreesWithTheBitwiseRegisterOverAllCounts) {
+    Bytes msg(256);
+    for (std::size_t i = 0; i < msg.size(); ++i) msg[i] = static_cast<uint8_t>(i * 37 + 11);
+    uint16_t reg = 0xFFFF;  // shifted one bit at a time; its low byte goes first on the line
+    for (unsigned n = 0; n < 256; ++n) {
+        ASSERT_EQ(crc16(msg.data(), static_cast<unsigned char>(n)), (reg & 0xFFu) << 8 | reg >> 8) << n;
+        reg ^= msg[n];
+        for (int i = 0; i < 8; ++i) reg = (reg & 1) ? static_cast<uint16_t>((reg >> 1) ^ 0xA001) : reg >> 1;
+    }
+}
+
+}  // namespace
