@@ -1,0 +1,234 @@
+#include "server.hpp"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace kplc::sim {
+
+namespace {
+
+// Largest chunk taken from a socket at once; a UDP request must fit one datagram.
+constexpr std::size_t kReceiveChunk = kMaxRequestDataLen + 16;
+
+std::system_error socket_error(const char *what) { return {errno, std::generic_category(), what}; }
+
+void trace_line(const char *prefix, std::span<const uint8_t> bytes) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string line(prefix);
+    line.reserve(line.size() + 3 * bytes.size() + 1);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i != 0) line += ' ';
+        line += kDigits[bytes[i] >> 4];
+        line += kDigits[bytes[i] & 15];
+    }
+    line += '\n';
+    std::fputs(line.c_str(), stdout);
+    std::fflush(stdout);
+}
+
+uint32_t load_be32(const uint8_t *p) { return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3]; }
+
+}  // namespace
+
+struct Server::Peer {
+    int fd = -1;
+    bool datagram = false;
+    sockaddr_in from{};  // sender of a datagram
+    std::vector<uint8_t> input;
+    unsigned answered = 0;
+};
+
+Server::Server(Plc &plc, ServerOptions options) : plc_(plc), options_(std::move(options)) {}
+
+Server::~Server() { stop(); }
+
+void Server::start() {
+    if (thread_.joinable()) return;
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(options_.port);
+    if (inet_pton(AF_INET, options_.listen.c_str(), &addr.sin_addr) != 1) {
+        throw std::invalid_argument("not an IPv4 address: " + options_.listen);
+    }
+    socket_ = ::socket(AF_INET, (options_.udp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
+    if (socket_ < 0) throw socket_error("socket");
+    const int on = 1;
+    ::setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    socklen_t len = sizeof addr;
+    if (::bind(socket_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        (!options_.udp && ::listen(socket_, 8) != 0) ||
+        ::getsockname(socket_, reinterpret_cast<sockaddr *>(&addr), &len) != 0 || ::pipe2(wake_, O_CLOEXEC) != 0) {
+        const auto error = socket_error(options_.udp ? "bind" : "bind/listen");
+        stop();
+        throw error;
+    }
+    port_ = ntohs(addr.sin_port);
+    stopping_ = false;
+    thread_ = std::thread([this] { options_.udp ? run_udp() : run_tcp(); });
+}
+
+void Server::stop() {
+    if (thread_.joinable()) {
+        const char byte = 1;
+        if (::write(wake_[1], &byte, 1) != 1) std::perror("kplc-sim: wake");
+        thread_.join();
+    }
+    for (int *fd : {&socket_, &wake_[0], &wake_[1]}) {
+        if (*fd >= 0) ::close(*fd);
+        *fd = -1;
+    }
+}
+
+bool Server::pause(unsigned ms) {
+    pollfd wake{wake_[0], POLLIN, 0};
+    if (::poll(&wake, 1, static_cast<int>(ms)) != 0) stopping_ = true;
+    return !stopping_;
+}
+
+void Server::run_tcp() {
+    std::vector<std::unique_ptr<Peer>> peers;
+    std::vector<uint8_t> chunk(kReceiveChunk);
+    while (!stopping_) {
+        std::vector<pollfd> fds{{wake_[0], POLLIN, 0}, {socket_, POLLIN, 0}};
+        for (const auto &p : peers) fds.push_back({p->fd, POLLIN, 0});
+        if (::poll(fds.data(), fds.size(), -1) < 0) {
+            if (errno == EINTR) continue;
+            std::perror("kplc-sim: poll");
+            break;
+        }
+        if (fds[0].revents != 0) break;
+        // Connections are served side by side: a client that opens a new
+        // connection without closing its old one is answered on both.
+        for (std::size_t i = 0; i < peers.size() && !stopping_; ++i) {
+            if (fds[2 + i].revents == 0) continue;
+            Peer &peer = *peers[i];
+            const ssize_t got = ::recv(peer.fd, chunk.data(), chunk.size(), 0);
+            bool keep = got > 0;
+            if (keep) {
+                peer.input.insert(peer.input.end(), chunk.begin(), chunk.begin() + got);
+                keep = serve(peer);
+            }
+            if (!keep) {
+                ::close(peer.fd);
+                peer.fd = -1;
+            }
+        }
+        std::erase_if(peers, [](const auto &p) { return p->fd < 0; });
+        if ((fds[1].revents & POLLIN) != 0) {
+            const int fd = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd >= 0) {
+                ++connections_;
+                if (options_.refuse) {
+                    ::close(fd);
+                } else {
+                    peers.push_back(std::make_unique<Peer>());
+                    peers.back()->fd = fd;
+                }
+            }
+        }
+    }
+    for (const auto &p : peers) ::close(p->fd);
+}
+
+void Server::run_udp() {
+    std::vector<uint8_t> datagram(kReceiveChunk);
+    while (!stopping_) {
+        std::array<pollfd, 2> fds{{{wake_[0], POLLIN, 0}, {socket_, POLLIN, 0}}};
+        if (::poll(fds.data(), fds.size(), -1) < 0) {
+            if (errno == EINTR) continue;
+            std::perror("kplc-sim: poll");
+            break;
+        }
+        if (fds[0].revents != 0) break;
+        Peer peer;
+        peer.fd = socket_;
+        peer.datagram = true;
+        socklen_t len = sizeof peer.from;
+        const ssize_t got =
+            ::recvfrom(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&peer.from), &len);
+        if (got <= 0) continue;
+        ++connections_;
+        // A datagram holds whole requests; whatever follows the last one is dropped.
+        peer.input.assign(datagram.begin(), datagram.begin() + got);
+        serve(peer);
+    }
+}
+
+bool Server::serve(Peer &peer) {
+    while (peer.input.size() >= 8) {
+        // data_len and its complement frame the request. A header that fails
+        // that check, or announces more than any request holds, leaves no way
+        // to find the next frame: the connection is closed.
+        const uint32_t data_len = load_be32(peer.input.data());
+        for (std::size_t i = 0; i < 4; ++i) {
+            if (peer.input[4 + i] != static_cast<uint8_t>(~peer.input[i])) return false;
+        }
+        if (data_len > kMaxRequestDataLen) return false;
+        const std::size_t size = 10 + std::size_t{data_len};
+        if (peer.input.size() < size) return true;
+        answer(peer, std::span<const uint8_t>(peer.input).first(size));
+        peer.input.erase(peer.input.begin(), peer.input.begin() + static_cast<std::ptrdiff_t>(size));
+        if (stopping_) return false;
+        if (!peer.datagram && options_.close_after != 0 && ++peer.answered >= options_.close_after) return false;
+    }
+    return true;
+}
+
+void Server::answer(Peer &peer, std::span<const uint8_t> request) {
+    ++requests_;
+    if (options_.trace) trace_line("> ", request);
+    std::vector<uint8_t> reply = plc_.handle(request);
+    if (options_.silent) return;
+    if (options_.delay_ms != 0 && !pause(options_.delay_ms)) return;
+    if (options_.garbage) {
+        for (auto &byte : reply) {
+            // xorshift32: reproducible noise, no seeding needed.
+            random_ ^= random_ << 13;
+            random_ ^= random_ >> 17;
+            random_ ^= random_ << 5;
+            byte = static_cast<uint8_t>(random_);
+        }
+    }
+    if (options_.truncate && reply.size() > *options_.truncate) reply.resize(*options_.truncate);
+    if (options_.trace) trace_line("< ", reply);
+    if (reply.empty()) return;
+
+    const auto send_part = [&](std::span<const uint8_t> part) {
+        if (peer.datagram) {
+            return ::sendto(peer.fd, part.data(), part.size(), 0, reinterpret_cast<const sockaddr *>(&peer.from),
+                            sizeof peer.from) == static_cast<ssize_t>(part.size());
+        }
+        while (!part.empty()) {
+            const ssize_t sent = ::send(peer.fd, part.data(), part.size(), MSG_NOSIGNAL);
+            if (sent <= 0) {
+                if (sent < 0 && errno == EINTR) continue;
+                return false;
+            }
+            part = part.subspan(static_cast<std::size_t>(sent));
+        }
+        return true;
+    };
+    const std::span<const uint8_t> all(reply);
+    if (options_.split && reply.size() >= 2) {
+        const std::size_t half = reply.size() / 2;
+        if (send_part(all.first(half)) && pause(kSplitPauseMs)) send_part(all.subspan(half));
+    } else {
+        send_part(all);
+    }
+}
+
+}  // namespace kplc::sim

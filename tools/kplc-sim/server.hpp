@@ -1,0 +1,79 @@
+// The simulator's network side: a TCP (or UDP) server on its own thread that
+// frames requests by their data_len, hands them to the Plc and sends the
+// replies, optionally misbehaving in the ways a real link does.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <thread>
+
+#include "plc.hpp"
+
+namespace kplc::sim {
+
+struct ServerOptions {
+    std::string listen = "127.0.0.1";  // IPv4 address to bind
+    uint16_t port = 0;                 // 0: an ephemeral port (see Server::port())
+    bool udp = false;                  // one request per datagram frame, replies to the sender
+
+    // Misbehaviour, for testing how the driver copes.
+    unsigned close_after = 0;                // TCP: close a connection after answering this many requests (0: never)
+    unsigned delay_ms = 0;                   // wait before every reply
+    bool split = false;                      // send every reply in two parts, kSplitPauseMs apart
+    std::optional<std::size_t> truncate;     // send at most this many bytes of every reply
+    bool garbage = false;                    // send random bytes of the reply's length instead
+    bool silent = false;                     // read requests, never answer
+    bool refuse = false;                     // TCP: accept and close at once
+    bool trace = false;                      // print "> request" and "< reply" hex lines on stdout
+};
+
+inline constexpr unsigned kSplitPauseMs = 50;
+
+class Server {
+public:
+    Server(Plc &plc, ServerOptions options);
+    ~Server();
+    Server(const Server &) = delete;
+    Server &operator=(const Server &) = delete;
+
+    // Binds, listens and starts serving on a thread. Throws std::system_error
+    // when the socket cannot be set up, std::invalid_argument for a listen
+    // address that is not an IPv4 address.
+    void start();
+    // The bound port (the ephemeral one when port 0 was asked for).
+    [[nodiscard]] uint16_t port() const { return port_; }
+    // Stops serving and closes every socket; safe to call more than once.
+    void stop();
+
+    // Connections accepted and requests framed so far.
+    [[nodiscard]] std::size_t connections() const { return connections_.load(); }
+    [[nodiscard]] std::size_t requests() const { return requests_.load(); }
+
+private:
+    struct Peer;
+    void run_tcp();
+    void run_udp();
+    // Frames and answers the complete requests at the front of `peer`'s input.
+    // Returns false when the connection is to be closed.
+    bool serve(Peer &peer);
+    void answer(Peer &peer, std::span<const uint8_t> request);
+    // Sleeps `ms` milliseconds; returns false early when stop() was called.
+    bool pause(unsigned ms);
+
+    Plc &plc_;
+    ServerOptions options_;
+    int socket_ = -1;
+    int wake_[2] = {-1, -1};
+    uint16_t port_ = 0;
+    std::thread thread_;
+    std::atomic<std::size_t> connections_{0};
+    std::atomic<std::size_t> requests_{0};
+    uint32_t random_ = 0x2545F491;  // garbage generator state (server thread only)
+    bool stopping_ = false;         // stop() was called (server thread only)
+};
+
+}  // namespace kplc::sim
