@@ -1,0 +1,52 @@
+// Command line of the kplc tool.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kplc::cli {
+
+enum class Command { None, List, Read, Write, Watch };
+
+struct Options {
+    Command command = Command::None;
+    std::vector<std::string> args;  // tag names, or NAME=VALUE for write
+
+    std::string plc_text = "127.0.0.1";
+    uint32_t plc = 0x7F000001;  // IPv4, first octet most significant (the runtime's _baud)
+    std::optional<uint16_t> port;
+    uint16_t dev = 0;
+    std::string tags;     // tag file to use
+    std::string workdir;  // run in this folder (its ./driver/ holds the tag files)
+    std::string lib;      // driver library to load
+    uint16_t timeout = 3; // response time-out, whole seconds
+    bool udp = false;
+    bool trace = false;
+    uint32_t interval_ms = 500;
+    std::optional<uint64_t> count;
+    bool help = false;
+    bool version = false;
+};
+
+struct ParsedOptions {
+    Options options;
+    std::string error;  // set when the command line is not usable
+};
+
+// Options may stand anywhere; "--name value" and "--name=value" are both
+// accepted; "--" ends the options.
+ParsedOptions parse_options(std::span<const std::string_view> args);
+
+// "a.b.c.d" (or "localhost") as the runtime's address number.
+std::optional<uint32_t> parse_ipv4(std::string_view text);
+
+// Splits "NAME=VALUE" at the first '=' that is not inside brackets.
+std::optional<std::pair<std::string, std::string>> split_assignment(std::string_view arg);
+
+extern const char *const kUsage;
+
+}  // namespace kplc::cli
