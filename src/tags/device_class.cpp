@@ -1,0 +1,41 @@
+#include "tags/device_class.hpp"
+
+#include <array>
+
+namespace kplc {
+namespace {
+
+struct DeviceRule {
+    std::string_view mnemonic;
+    uint8_t code;
+};
+
+// Tried in this order, by substring, and the first hit wins: each two-letter
+// area is tested before the single letters it contains (CR10 is class 1, not
+// the plain R class 0).
+constexpr std::array<DeviceRule, 13> kDeviceRules{{
+    {"EM", 23},
+    {"MR", 17},
+    {"LR", 18},
+    {"DM", 6},
+    {"TM", 8},
+    {"FM", 25},
+    {"CM", 7},
+    {"ZF", 44},
+    {"B", 27},
+    {"CR", 1},
+    {"DR", 0},
+    {"W", 28},
+    {"R", 0},
+}};
+
+}  // namespace
+
+uint8_t device_class(std::string_view text) noexcept {
+    if (text.size() < 3) return kNoDevice;
+    for (const DeviceRule &rule : kDeviceRules)
+        if (text.find(rule.mnemonic) != std::string_view::npos) return rule.code;
+    return kNoDevice;
+}
+
+}  // namespace kplc

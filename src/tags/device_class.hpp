@@ -1,0 +1,17 @@
+// Device class of a tag, from the device column of its tag file line.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace kplc {
+
+// The class of a tag whose line names no device.
+inline constexpr uint8_t kNoDevice = 30;
+
+// The PLC's device class for a device text such as "DM100": the first
+// memory-area mnemonic found in it decides; texts under 3 characters name no
+// device.
+uint8_t device_class(std::string_view text) noexcept;
+
+}  // namespace kplc
