@@ -48,12 +48,12 @@ TEST_P(ShortWait, WaitsForInputByMode) {
 
 INSTANTIATE_TEST_SUITE_P(
     Modes, ShortWait,
-    ::testing::Values(WaitCase{0, 1, 0, false, 0, 990ms, 1500ms},  // response time-out in seconds
-                      WaitCase{0, 0, 500, false, 0, 0ms, 100ms},   // a zero time-out only polls
-                      WaitCase{1, 5, 80, false, 0, 79ms, 500ms},   // timeout1 in milliseconds
-                      WaitCase{1, 5, 5000, true, 1, 0ms, 100ms},   // input ends the wait at once
-                      WaitCase{7, 5, 5000, false, 0, 0ms, 100ms},  // other modes do not wait
-                      WaitCase{-1, 5, 5000, true, 1, 0ms, 100ms}));
+    ::testing::Values(WaitCase{0, 1, 0, false, 0, 990ms, 1500ms},     // response time-out in seconds
+                      WaitCase{0, 0, 5000, false, 0, 0ms, 1000ms},    // a zero time-out only polls
+                      WaitCase{1, 5, 80, false, 0, 79ms, 1000ms},     // timeout1 in milliseconds
+                      WaitCase{1, 5, 5000, true, 1, 0ms, 1000ms},     // input ends the wait at once
+                      WaitCase{7, 5, 5000, false, 0, 0ms, 1000ms},    // other modes do not wait
+                      WaitCase{-1, 5, 5000, true, 1, 0ms, 1000ms}));
 
 TEST(ShortWait, ClosedDescriptorIsAnError) {
     int pair[2];
