@@ -1,6 +1,8 @@
 #include "options.hpp"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <limits>
 
 namespace kplc::cli {
@@ -126,6 +128,11 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             else o.version = true;
             continue;
         }
+        static constexpr std::string_view kValued[] = {"--plc",     "--port", "--dev",         "--timeout",
+                                                       "--tags",    "--lib",  "--interval-ms", "--count",
+                                                       "--workdir"};
+        if (std::find(std::begin(kValued), std::end(kValued), name) == std::end(kValued))
+            return fail("unknown option " + std::string(name));
         if (!value) {
             if (i + 1 >= args.size()) return fail("option " + std::string(name) + " needs a value");
             value = args[++i];
@@ -165,8 +172,6 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             o.count = parse_number<uint64_t>(v, 1, std::numeric_limits<uint64_t>::max());
             if (!o.count) return fail("--count: '" + v + "' is not a positive number");
             watch_options = true;
-        } else {
-            return fail("unknown option " + std::string(name));
         }
     }
 
