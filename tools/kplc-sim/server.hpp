@@ -24,7 +24,7 @@ struct ServerOptions {
     unsigned close_after = 0;                // TCP: close a connection after answering this many requests (0: never)
     unsigned delay_ms = 0;                   // wait before every reply
     bool split = false;                      // send every reply in two parts, kSplitPauseMs apart
-    std::optional<std::size_t> truncate;     // send at most this many bytes of every reply
+    std::optional<std::size_t> truncate = std::nullopt;  // send at most this many bytes of every reply
     bool garbage = false;                    // send random bytes of the reply's length instead
     bool silent = false;                     // read requests, never answer
     bool refuse = false;                     // TCP: accept and close at once
