@@ -84,8 +84,9 @@ void put_header(Bytes &frame, uint16_t command) {
 }
 
 Bytes framed(uint16_t command, const Bytes &body) {
-    Bytes frame(kHeader);
-    frame.insert(frame.end(), body.begin(), body.end());
+    // Sized once and filled in place (an insert here trips a false -Warray-bounds in GCC 12 at -O2).
+    Bytes frame(kHeader + body.size());
+    std::copy(body.begin(), body.end(), frame.begin() + static_cast<std::ptrdiff_t>(kHeader));
     put_header(frame, command);
     return frame;
 }
