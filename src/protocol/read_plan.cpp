@@ -1,0 +1,247 @@
+// Which requests a read pass covers, and how many elements each one asks for.
+#include "protocol/read_plan.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+#include "kplc/driver.h"
+#include "protocol/names.hpp"
+
+namespace kplc::proto::read {
+
+namespace {
+
+// Room for a tag name (at most 255 bytes) and the longest suffix,
+// "[#i,#j,#k][#c]" with four 11-character numbers.
+constexpr std::size_t kNameBufferSize = 256 + 64;
+
+bool is_array(var_attr shape) noexcept { return shape == ARRAY || shape == ARRAY2 || shape == ARRAY3; }
+
+// A string tag without array bounds is named as one string; its names carry
+// no element index, so such a request can only cover characters of that one string.
+bool is_single_string(const kplc_tag_str &tag) noexcept {
+    return tag.ar_max == 0 && tag.ar1_max == 0 && tag.ar2_max == 0;
+}
+
+// regAddr is a byte offset for 16/32/64-bit tags; the element index is that
+// offset divided by the element width.
+uint32_t first_element(uint8_t bits, uint32_t address) noexcept {
+    switch (bits) {
+        case 16: return address >> 1;
+        case 32: return address >> 2;
+        case 64: return address >> 3;
+        default: return address;
+    }
+}
+
+Refusal shape_string(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
+    if (tag.bits != 0) return Refusal::UnsupportedWidth;
+    // byte_len includes the terminator: one byte, two for a wide string. A
+    // length that leaves no character cannot be divided into elements.
+    const uint32_t terminator = tag.type == kWideStringType ? 2 : 1;
+    if (tag.byte_len <= terminator) return Refusal::EmptyStringElement;
+    const uint32_t size = tag.byte_len - terminator;
+    const uint32_t wanted = reg.regNums;
+
+    // regAddr is a byte position in the string elements laid end to end
+    // without their terminators. The number of elements is taken from the
+    // length alone, as the PLC's names expect one element per started
+    // element_size bytes.
+    out.element_size = size;
+    out.first = reg.regAddr / size;
+    out.offset = reg.regAddr % size;
+    out.count = wanted <= size ? 1 : wanted / size + (wanted % size != 0 ? 1 : 0);
+    if (is_single_string(tag) && (out.count != 1 || out.first != 0)) return Refusal::NotOneElement;
+
+    // Chunks after the first are whole elements, the widest the request asks for.
+    const uint32_t widest = out.count > 1 ? size / 2 + 1 : (size - out.offset) / 2 + 1;
+    if (widest > kMaxWordCount) return Refusal::ChunkTooWide;
+
+    // The runtime sized its buffer for the bytes it asked for (and says so in
+    // `size` when it fills it in); whole chunks may be longer, so copies stop there.
+    out.limit = wanted;
+    if (buf.size > 0) out.limit = std::min(out.limit, static_cast<uint32_t>(buf.size));
+    return Refusal::None;
+}
+
+void refuse_scope(PassPlan &plan) noexcept {
+    for (std::size_t i = 0; i < plan.size; ++i)
+        if (plan.requests[i].reads()) plan.requests[i].refusal = Refusal::ScopeTooLarge;
+    plan.reading = 0;
+    plan.elements = 0;
+}
+
+// Bytes of the symbol entries of one request, or nullopt when a name cannot be formed.
+std::optional<uint64_t> symbol_bytes(const RequestPlan &request) noexcept {
+    std::array<char, kNameBufferSize> name{};
+    std::array<uint16_t, kMaxNameUnits + 1> units{};
+    uint64_t bytes = 0;
+    for (uint32_t m = 0; m < request.count; ++m) {
+        if (!element_utf8_name(name, request, m)) return std::nullopt;
+        const auto count = name_units(name.data(), units);
+        if (!count) return std::nullopt;
+        bytes += 2 + 2 * static_cast<uint64_t>(*count);
+    }
+    return bytes;
+}
+
+}  // namespace
+
+const char *describe(Refusal refusal) noexcept {
+    switch (refusal) {
+        case Refusal::None: return "none";
+        case Refusal::UnknownTag: return "tag id not in the tag table";
+        case Refusal::NoBuffer: return "no value buffer";
+        case Refusal::UnsupportedWidth: return "type has no known read";
+        case Refusal::NotOneElement: return "stretch is not the tag's one element";
+        case Refusal::EmptyStringElement: return "string elements hold no character";
+        case Refusal::ChunkTooWide: return "string element wider than one location entry can read";
+        case Refusal::BadName: return "name cannot be formed within 255 code units";
+        case Refusal::ScopeTooLarge: return "scope does not fit one request";
+    }
+    return "unknown";
+}
+
+uint32_t element_count(uint8_t bits, uint32_t size) noexcept {
+    switch (bits) {
+        case 0: return 1;
+        case 1:
+        case 8: return size;
+        case 16: return size / 2;
+        case 32: return size / 4;
+        case 64: return size / 8;
+        default: return 0;
+    }
+}
+
+uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
+    // A string chunk asks for its bytes plus at least one more (the words
+    // beyond the covered bytes are skipped when decoding).
+    if (request.is_string()) return (m == 0 ? request.element_size - request.offset : request.element_size) / 2 + 1;
+    switch (request.tag->bits) {
+        case 32: return 2;
+        case 64: return 4;
+        default: return 1;  // BOOL and 16-bit: one word
+    }
+}
+
+void map_program(kplc_tag_str &tag, std::span<const Local_MSG> catalogue) noexcept {
+    if (tag.mode_type < 0) return;
+    const char *program = reinterpret_cast<const char *>(tag.local_name);
+    for (const Local_MSG &entry : catalogue)
+        if (std::strncmp(entry.name, program, sizeof entry.name) == 0) tag.mode_type = static_cast<int32_t>(entry.local_id);
+}
+
+Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
+    out.tag = &tag;
+    if (buf.buff == nullptr) return Refusal::NoBuffer;
+    if (tag.attr == STRING) return shape_string(tag, reg, buf, out);
+    // Values are decoded by width: one bit of a word, or 1, 2 or 4 words.
+    // Width 8 (SINT, USINT, BYTE) and 0 outside a string shape (STRING2) have
+    // no known layout in the value response.
+    switch (tag.bits) {
+        case 1:
+        case 16:
+        case 32:
+        case 64: break;
+        default: return Refusal::UnsupportedWidth;
+    }
+    out.first = first_element(tag.bits, reg.regAddr);
+    out.count = element_count(tag.bits, reg.regNums);
+    // A scalar or structure member is sent as its bare name, which resolves to
+    // exactly one item.
+    if (!is_array(tag.attr) && out.count != 1) return Refusal::NotOneElement;
+    return Refusal::None;
+}
+
+std::optional<std::size_t> element_utf8_name(std::span<char> out, const RequestPlan &request, uint32_t m) noexcept {
+    const kplc_tag_str &tag = *request.tag;
+    // The last bracket of a string name is the character where reading starts;
+    // only the first element starts inside.
+    if (request.is_string()) return string_element_name(out, tag, request.first + m, m == 0 ? request.offset : 0);
+    return element_name(out, tag, tag.attr, request.first + m);
+}
+
+void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Reg> regs,
+               std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const Local_MSG> catalogue) noexcept {
+    plan.scope = scope;
+    plan.size = std::min({regs.size(), bufs.size(), plan.requests.size()});
+    plan.reading = 0;
+    plan.elements = 0;
+
+    uint64_t elements = 0;
+    for (std::size_t i = 0; i < plan.size; ++i) {
+        RequestPlan &request = plan.requests[i];
+        request = RequestPlan{};
+        const Reg &reg = regs[i];
+        if (reg.regId == 0 || reg.regId > table.size()) {
+            request.in_scope = scope == kGlobalScope;
+            request.refusal = Refusal::UnknownTag;
+            continue;
+        }
+        kplc_tag_str &tag = table[reg.regId - 1];
+        map_program(tag, catalogue);
+        if (tag.mode_type != scope) continue;
+        request.in_scope = true;
+        request.refusal = shape_request(tag, reg, *bufs[i], request);
+        if (request.reads()) elements += request.count;
+    }
+
+    // Every element costs a location entry; more than kMaxElements cannot be
+    // read in one request. Checked before forming names, so that a stretch of
+    // millions of elements is not walked.
+    if (elements > kMaxElements) {
+        refuse_scope(plan);
+        return;
+    }
+
+    uint64_t resolve_bytes = kHeaderSize + 2 + (scope == kGlobalScope ? 2 : 8) + 2;
+    uint64_t value_bytes = kResponseDataOffset;
+    for (std::size_t i = 0; i < plan.size; ++i) {
+        RequestPlan &request = plan.requests[i];
+        if (!request.reads()) continue;
+        const auto bytes = symbol_bytes(request);
+        if (!bytes) {
+            request.refusal = Refusal::BadName;
+            continue;
+        }
+        resolve_bytes += *bytes;
+        for (uint32_t m = 0; m < request.count; ++m) value_bytes += 2 * element_words(request, m);
+        request.first_entry = static_cast<uint16_t>(plan.elements);
+        plan.elements += request.count;
+        ++plan.reading;
+    }
+    // All names of a scope travel in one request and all values come back in
+    // one response; a scope that needs more than that is refused rather than split.
+    if (resolve_bytes > kFrameSize || value_bytes > kFrameSize) refuse_scope(plan);
+}
+
+}  // namespace kplc::proto::read
+
+extern "C" {
+
+KPLC_API int xplc_getnum(int bits, int size) {
+    switch (bits) {
+        case 0: return 1;  // a string request is one element here; see the read pass
+        case 1:
+        case 8: return size;
+        case 16: return size / 2;
+        case 32: return size / 4;
+        case 64: return size / 8;
+        default: return 0;  // no other width exists in the type table
+    }
+}
+
+KPLC_API int xplc_gettype(int bits, int num) {
+    switch (bits) {
+        case 0: return num;  // a string chunk's own word count
+        case 1:
+        case 16: return 1;
+        case 32: return 2;
+        case 64: return 4;
+        case 8: return 8;  // the 8-bit types have no word count of their own
+        default: return 0;
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,261 @@
+// The read pass without a socket: names and location entries a batch turns
+// into, refusals, and the decoding of values into the runtime's buffers.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kplc/driver.h"
+#include "protocol/frame.hpp"
+#include "protocol/read_plan.hpp"
+#include "testkit/fake_plc.hpp"
+
+namespace {
+
+namespace rd = kplc::proto::read;
+using kplc::testkit::Bytes;
+using kplc::testkit::hex;
+using kplc::testkit::to_hex;
+
+struct TagSpec {
+    std::string name;
+    uint8_t bits = 16;
+    var_attr attr = NORMAL;
+    std::array<uint32_t, 6> bounds{};  // ar_min, ar_max, ar1_min, ar1_max, ar2_min, ar2_max
+    uint32_t byte_len = 0;
+    uint16_t type = 195;
+    uint8_t address = 30;
+};
+
+TagSpec text(uint32_t byte_len, std::array<uint32_t, 6> bounds = {}, uint16_t type = 208) {
+    return {.name = "S", .bits = 0, .attr = STRING, .bounds = bounds, .byte_len = byte_len, .type = type};
+}
+
+// A batch of requests; tag id k + 1 names the k-th tag added unless given.
+struct Batch {
+    std::vector<kplc_tag_str> tags;
+    std::vector<Reg> regs;
+    std::array<std::array<uint8_t, 64>, 10> storage = [] {
+        std::array<std::array<uint8_t, 64>, 10> all;
+        for (auto &d : all) d.fill(0xEE);
+        return all;
+    }();
+    std::vector<DrvRWBuf> records;
+    std::vector<DrvRWBuf *> bufs;
+    rd::PassPlan pass;
+
+    void add(const TagSpec &s, uint32_t addr, uint32_t nums, int id = -1) {
+        kplc_tag_str &t = tags.emplace_back();
+        std::strncpy(t.name, s.name.c_str(), sizeof t.name - 1);
+        t.bits = s.bits, t.attr = s.attr, t.byte_len = s.byte_len, t.type = s.type, t.address = s.address;
+        t.ar_min = s.bounds[0], t.ar_max = s.bounds[1], t.ar1_min = s.bounds[2];
+        t.ar1_max = s.bounds[3], t.ar2_min = s.bounds[4], t.ar2_max = s.bounds[5];
+        t.mode_type = kplc::proto::kGlobalScope;
+        Reg &r = regs.emplace_back();
+        r.regId = static_cast<uint16_t>(id >= 0 ? id : static_cast<int>(tags.size()));
+        r.regAddr = addr, r.regNums = nums;
+        records.push_back(DrvRWBuf{0, storage.at(records.size()).data(), 0, 0x55});
+    }
+    void plan() {
+        for (auto &r : records) bufs.push_back(&r);
+        rd::plan_pass(pass, tags, regs, bufs, kplc::proto::kGlobalScope, {});
+    }
+    Bytes resolve_request() const {
+        Bytes out(rd::kFrameSize);
+        out.resize(rd::build_resolve_request(pass, out, 0));
+        return out;
+    }
+    Bytes location_request(const Bytes &response) {
+        Bytes out(rd::kFrameSize);
+        out.resize(rd::build_location_request(pass, response, out, 0));
+        return out;
+    }
+    std::string value(std::size_t i, std::size_t n) const { return to_hex(std::span(storage[i]).first(n)); }
+};
+
+// The names carried by a resolve request, read back from its symbol entries.
+std::vector<std::string> names_in(const Bytes &frame) {
+    kplc::proto::FrameReader r(frame, 16);  // after the global scope block
+    uint16_t count = 0, units = 0, unit = 0;
+    r.u16(count);
+    std::vector<std::string> names;
+    while (count-- > 0 && r.u16(units)) {
+        names.emplace_back();
+        for (uint16_t k = 0; k < units && r.u16(unit); ++k) names.back().push_back(static_cast<char>(unit));
+    }
+    return names;
+}
+
+// Word counts (byte 3) of the location entries of a read by location request.
+std::vector<int> words_in(const Bytes &frame) {
+    std::vector<int> words;
+    for (std::size_t at = rd::kLocationHeaderSize + 3; at < frame.size(); at += rd::kLocationEntrySize)
+        words.push_back(frame[at]);
+    return words;
+}
+
+Bytes items(std::size_t n) { return kplc::testkit::resolve(std::vector<kplc::testkit::ResolveItem>(n)); }
+
+TEST(ReadPlan, NamesAndWordCountsFollowTheShape) {
+    struct Case {
+        TagSpec tag;
+        uint32_t addr, nums;
+        std::vector<std::string> names;
+        std::vector<int> words;
+    } cases[] = {
+        {{.name = "T", .attr = ARRAY, .bounds = {1, 9}}, 4, 6, {"T[#3]", "T[#4]", "T[#5]"}, {1, 1, 1}},
+        {{.name = "M", .attr = ARRAY2, .bounds = {0, 2, 0, 3}}, 10, 2, {"M[#1,#1]"}, {1}},
+        {{.name = "C", .bits = 64, .attr = ARRAY3, .bounds = {0, 1, 0, 2, 0, 3}}, 104, 8, {"C[#1,#0,#1]"}, {4}},
+        {{.name = "B", .bits = 1, .attr = ARRAY, .bounds = {0, 31}}, 5, 2, {"B[#5]", "B[#6]"}, {1, 1}},
+        {text(21, {0, 3}), 45, 30, {"S[#2][#5]", "S[#3][#0]"}, {8, 11}},
+        {text(21), 3, 10, {"S[#3]"}, {9}},
+        {text(42, {0, 1}, 215), 0, 40, {"S[#0][#0]"}, {21}},  // WSTRING: 40 characters per element
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.names.front());
+        Batch b;
+        b.add(c.tag, c.addr, c.nums);
+        b.plan();
+        ASSERT_EQ(b.pass.requests[0].refusal, rd::Refusal::None) << rd::describe(b.pass.requests[0].refusal);
+        EXPECT_EQ(names_in(b.resolve_request()), c.names);
+        EXPECT_EQ(words_in(b.location_request(items(c.names.size()))), c.words);
+    }
+}
+
+TEST(ReadPlan, BoolBitsAndNumbersAreTakenApartByWidth) {
+    // Class 6 (DM) and 30 (no device) take the bit number from item byte 30
+    // and send the location unchanged; class 27 (B) takes it from the
+    // location's low nibble, which the entry clears. Words arrive high byte
+    // first and are stored low byte first, in the order they arrive.
+    Batch b;
+    b.add({.name = "D", .bits = 1, .address = 6}, 0, 1);
+    b.add({.name = "N", .bits = 1}, 0, 1);
+    b.add({.name = "K", .bits = 1, .address = 27}, 0, 1);
+    b.add({.name = "I"}, 0, 2);
+    b.add({.name = "W", .bits = 32}, 0, 4);
+    b.add({.name = "L", .bits = 64}, 0, 8);
+    b.plan();
+    const Bytes request = b.location_request(kplc::testkit::resolve({{.area = 1, .location = {0, 0, 0, 0x47}, .byte30 = 0x39},
+                                                                     {.area = 2, .location = {0, 0, 0, 0x47}, .byte30 = 0x02},
+                                                                     {.area = 3, .location = {0, 0, 0, 0x47}}, {}, {}, {}}));
+    EXPECT_EQ(to_hex(std::span(request).subspan(rd::kLocationHeaderSize, 24)),
+              "00 01 00 01 00 00 00 47 00 02 00 01 00 00 00 47 00 03 00 01 00 00 00 40");
+    EXPECT_EQ(words_in(request), (std::vector<int>{1, 1, 1, 1, 2, 4}));
+    const Bytes resp = kplc::testkit::values(hex("02 00 00 04 00 40 12 34 AA BB CC DD 11 22 33 44 55 66 77 88"));
+    ASSERT_EQ(rd::decode_values(b.pass, resp, b.bufs), ER_OK);
+    // Bits 9, 2 and 7 of 0200, 0004 and 0040.
+    EXPECT_EQ(b.value(0, 2) + " " + b.value(1, 2) + " " + b.value(2, 2), "01 EE 01 EE 00 EE");
+    EXPECT_EQ(b.value(3, 3), "34 12 EE");
+    EXPECT_EQ(b.value(4, 5), "BB AA DD CC EE");
+    EXPECT_EQ(b.value(5, 9), "22 11 44 33 66 55 88 77 EE");
+}
+
+TEST(ReadPlan, StringChunksFollowEachOtherAndStopAtTheAskedBytes) {
+    // element_size 20, offset 5: chunk 0 has 8 words for 15 characters,
+    // chunk 1 has 11 words for 20; 30 bytes were asked for, 25 fit `size`.
+    const TagSpec tag = text(21, {0, 3});
+    Bytes payload;
+    for (int k = 0; k < 16; ++k) payload.push_back(static_cast<uint8_t>(0xA0 + k));
+    for (int k = 0; k < 22; ++k) payload.push_back(static_cast<uint8_t>(0xC0 + k));
+    for (int32_t size : {0, 25}) {
+        Batch b;
+        b.add(tag, 45, 30);
+        b.records[0].size = size;
+        b.plan();
+        ASSERT_EQ(rd::decode_values(b.pass, kplc::testkit::values(payload), b.bufs), ER_OK);
+        Bytes want(payload.begin(), payload.begin() + 15);
+        want.insert(want.end(), payload.begin() + 16, payload.begin() + 16 + (size == 0 ? 15 : 10));
+        want.resize(40, 0xEE);
+        EXPECT_EQ(b.value(0, 40), to_hex(want)) << "size " << size;
+    }
+}
+
+TEST(ReadPlan, ResolveResponseWithoutTheBytesAnEntryNeedsBuildsNothing) {
+    Batch b;
+    b.add({.name = "D", .bits = 1, .address = 6}, 0, 1);
+    b.add({.name = "A", .attr = ARRAY, .bounds = {0, 9}}, 0, 4);
+    b.plan();
+    // The location ends at byte 25, the bit number is at 30, the extension
+    // count that leads to the next item at 40; then the third item is missing.
+    for (const Bytes &resp : {Bytes(25), Bytes(30), Bytes(40), items(2)}) EXPECT_TRUE(b.location_request(resp).empty());
+    EXPECT_FALSE(b.location_request(items(3)).empty());
+}
+
+TEST(ReadPlan, RefusedRequestIsLeftOutAndTheOthersAreRead) {
+    struct Case {
+        TagSpec tag;
+        uint32_t nums;
+        rd::Refusal want;
+        int id = -1;
+    } cases[] = {
+        {{.name = "X"}, 2, rd::Refusal::UnknownTag, 0},
+        {{.name = "X"}, 2, rd::Refusal::UnknownTag, 3},
+        {{.name = "X", .bits = 32}, 8, rd::Refusal::NotOneElement},
+        {{.name = "X", .bits = 8, .type = 194}, 1, rd::Refusal::UnsupportedWidth},
+        {{.name = "X", .bits = 0, .type = 213}, 4, rd::Refusal::UnsupportedWidth},  // STRING2
+        {text(2, {}, 215), 1, rd::Refusal::EmptyStringElement},
+        {text(21), 21, rd::Refusal::NotOneElement},
+        {text(601, {0, 3}), 1200, rd::Refusal::ChunkTooWide},
+        {{.name = std::string(252, 'n'), .attr = ARRAY, .bounds = {0, 9}}, 2, rd::Refusal::BadName},
+        {{.name = "X", .attr = ARRAY2, .bounds = {0, 1, 1, 0}}, 2, rd::Refusal::BadName},
+        {{.name = "X"}, 2, rd::Refusal::NoBuffer},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(rd::describe(c.want));
+        Batch b;
+        b.add(c.tag, 0, c.nums, c.id);
+        b.add({.name = "Ok"}, 0, 2);
+        if (c.want == rd::Refusal::NoBuffer) b.records[0].buff = nullptr;
+        b.plan();
+        EXPECT_TRUE(b.pass.requests[0].in_scope);
+        EXPECT_EQ(b.pass.requests[0].refusal, c.want);
+        EXPECT_EQ(names_in(b.resolve_request()), std::vector<std::string>{"Ok"});
+    }
+}
+
+TEST(ReadPlan, ScopeThatDoesNotFitOneExchangeIsRefusedWhole) {
+    struct Case {
+        const char *what;
+        std::vector<std::pair<TagSpec, uint32_t>> requests;  // tag, regNums
+        bool fits;
+        std::size_t resolve_size = 0;  // checked when not 0
+    };
+    const TagSpec strings = text(101, {0, 99});
+    auto named = [](std::size_t len) { return TagSpec{.name = std::string(len, 'a')}; };
+    // Resolve: 18 bytes, then 2 + 2 * units per name; 7 x 512 + 494 = 4078.
+    std::vector<std::pair<TagSpec, uint32_t>> full(7, {named(255), 2});
+    full.push_back({named(246), 2});
+    auto over = full;
+    over.back().first = named(247);
+    const Case cases[] = {
+        {"resolve of exactly 4096 bytes", full, true, rd::kFrameSize},
+        {"resolve of 4098 bytes", over, false},
+        {"values of 14 + 40 x 102 bytes", {{strings, 4000}}, true},
+        {"values of 14 + 41 x 102 bytes", {{strings, 4100}}, false},
+        {"a million elements", {{{.name = "A", .attr = ARRAY, .bounds = {0, 0x7FFFFFFF}}, 2000000}, {named(1), 2}}, false},
+    };
+    for (const Case &c : cases) {
+        Batch b;
+        for (const auto &[tag, nums] : c.requests) b.add(tag, 0, nums);
+        b.plan();
+        EXPECT_EQ(b.pass.reading, c.fits ? c.requests.size() : 0u) << c.what;
+        EXPECT_EQ(b.pass.requests[0].refusal, c.fits ? rd::Refusal::None : rd::Refusal::ScopeTooLarge) << c.what;
+        if (c.resolve_size != 0) {
+            EXPECT_EQ(b.resolve_request().size(), c.resolve_size) << c.what;
+        }
+    }
+}
+
+TEST(ReadPlan, ElementCountsAndWordCountsByWidth) {
+    struct Case {
+        int bits, size, num, elements, words;
+    } cases[] = {{0, 99, 7, 1, 7}, {1, 5, 0, 5, 1}, {8, 5, 0, 5, 8}, {16, 7, 0, 3, 1},
+                 {32, 12, 0, 3, 2}, {64, 17, 0, 2, 4}, {16, -3, 0, -1, 1}};
+    for (const Case &c : cases) {
+        EXPECT_EQ(xplc_getnum(c.bits, c.size), c.elements) << c.bits << " bits, " << c.size;
+        EXPECT_EQ(xplc_gettype(c.bits, c.num), c.words) << c.bits << " bits";
+    }
+}
+
+}  // namespace
