@@ -1,0 +1,21 @@
+// What the read entry and every read pass check before they touch a batch,
+// and the read side's tag table of a batch.
+#pragma once
+
+#include "kplc/records.h"
+#include "kplc/tags.h"
+
+namespace kplc::proto::read {
+
+// A batch is read only when every array is there and holds 1 to 256 requests
+// (the per-request tables of a pass are that long) with a buffer record for
+// each. Otherwise prints one "[PLC]" line and returns false; nothing is sent.
+bool batch_acceptable(const void *drv, const CommunicationProperty *setting, const Reg *reg, int nReg,
+                      DrvRWBuf *const *buff) noexcept;
+
+// The tag table of the batch's first request from the read side's registry,
+// loaded from its file and registered on first use. On failure prints the
+// build or registration message with the caller's place number and returns null.
+kplc_plc_tag *batch_tag_table(CommunicationProperty *setting, Reg *first, int build_place, int add_place) noexcept;
+
+}  // namespace kplc::proto::read

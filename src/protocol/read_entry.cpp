@@ -1,0 +1,33 @@
+// The read entry: one batch of register requests, read scope by scope.
+#include "kplc/driver.h"
+#include "protocol/read_batch.hpp"
+
+namespace {
+
+// Scopes in reading order: global names, then the names local to PLC programs 0 to 7.
+constexpr int kFirstScope = -1;
+constexpr int kLastScope = 7;
+
+}  // namespace
+
+extern "C" {
+
+KPLC_API unsigned int kplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
+                                       DrvRWBuf **buff) {
+    namespace rd = kplc::proto::read;
+    if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
+    // One batch reads from one tag file, named by the first request's device.
+    if (rd::batch_tag_table(setting, reg, 857, 861) == nullptr) return ER_INVALID;
+
+    for (int scope = kFirstScope; scope <= kLastScope; ++scope) {
+        const unsigned result = xplc_mulity_read(drv, setting, reg, nReg, buff, scope);
+        if (result != ER_OK) {
+            // A failed pass fails the whole batch, whatever earlier passes read.
+            for (int i = 0; i < nReg; ++i) buff[i]->error = result;
+            return result;
+        }
+    }
+    return ER_OK;
+}
+
+}  // extern "C"

@@ -1,0 +1,109 @@
+// One read pass: the requests of one scope, read with a symbol resolve and a
+// read by location exchange.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <span>
+
+#include "interface/instance.hpp"
+#include "interface/link.hpp"
+#include "interface/state.hpp"
+#include "kplc/driver.h"
+#include "kplc/transport.h"
+#include "protocol/read_batch.hpp"
+#include "protocol/read_plan.hpp"
+
+namespace {
+
+namespace rd = kplc::proto::read;
+
+// Refused requests report ER_INVALID and keep their values. A scope that does
+// not fit one exchange is reported once, not per request.
+void report_refusals(const rd::PassPlan &plan, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs) {
+    bool scope_reported = false;
+    for (std::size_t i = 0; i < plan.size; ++i) {
+        const rd::RequestPlan &request = plan.requests[i];
+        if (!request.in_scope || request.refusal == rd::Refusal::None) continue;
+        bufs[i]->error = ER_INVALID;
+        if (request.refusal == rd::Refusal::ScopeTooLarge) {
+            if (!scope_reported)
+                std::printf("[PLC] read of scope %d refused: %s at line %d\r\n", static_cast<int>(plan.scope),
+                            rd::describe(request.refusal), __LINE__);
+            scope_reported = true;
+            continue;
+        }
+        std::printf("[PLC] read request %d (tag id %u) refused: %s at line %d\r\n", static_cast<int>(i),
+                    static_cast<unsigned>(regs[i].regId), rd::describe(request.refusal), __LINE__);
+    }
+}
+
+// One exchange into `response`; the received part, or nullopt when the
+// exchange failed (the transport has closed the socket: the link must be
+// started again).
+std::optional<std::span<const uint8_t>> exchange(std::span<uint8_t> request, std::size_t length,
+                                                 std::span<uint8_t> response, PLC_DRV_INIT_SETTINGS *settings) {
+    int received = 0;
+    if (TransRecvSockBuff(request.data(), static_cast<int>(length), response.data(), &received, settings) < 0) {
+        kplc::state().init = 0;
+        return std::nullopt;
+    }
+    const auto size = static_cast<std::size_t>(std::max(received, 0));
+    return std::span<const uint8_t>(response).first(std::min(size, response.size()));
+}
+
+unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV_INIT_SETTINGS *settings) {
+    auto &st = kplc::state();
+    std::array<uint8_t, rd::kFrameSize> request{};
+    std::array<uint8_t, rd::kFrameSize> response{};
+
+    // Sequence numbers are taken only by requests that are sent.
+    std::size_t length = rd::build_resolve_request(plan, request, st.read_sid);
+    if (length == 0) return ER_INVALID;  // plan_pass refuses every scope that does not fit
+    kplc::next_sid(st.read_sid);
+    auto items = exchange(request, length, response, settings);
+    if (!items) return ER_INVALID;
+    if (items->size() < rd::kMinResolveResponse) return ER_TIMEOUT;
+
+    // A resolve response too short for one of its items is a response cut
+    // short, like one below the minimum length.
+    length = rd::build_location_request(plan, *items, request, st.read_sid);
+    if (length == 0) return ER_TIMEOUT;
+    kplc::next_sid(st.read_sid);
+    auto values = exchange(request, length, response, settings);
+    if (!values) return ER_INVALID;
+    if (values->size() < rd::kMinValueResponse) return ER_TIMEOUT;
+    return rd::decode_values(plan, *values, bufs);
+}
+
+}  // namespace
+
+extern "C" {
+
+KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
+                                       DrvRWBuf **buff, int var_mode) {
+    if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
+    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, 320, 324);
+    if (entry == nullptr || entry->tag_table == nullptr) return ER_INVALID;
+
+    auto &st = kplc::state();
+    PLC_DRV_INIT_SETTINGS *settings = kplc::settings_of(drv);
+    // The link starts lazily; the catalogue it loads maps program names to ids below.
+    if (st.init == 0) {
+        const unsigned started = kplc::start_link(settings);
+        if (started != ER_OK) return started;
+    }
+
+    const auto count = static_cast<std::size_t>(nReg);
+    const std::span<const Reg> regs(reg, count);
+    const std::span<DrvRWBuf *const> bufs(buff, count);
+    const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
+                                                     std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
+    rd::PassPlan plan;
+    rd::plan_pass(plan, std::span<kplc_tag_str>(entry->tag_table, entry->id_max), regs, bufs, var_mode, catalogue);
+    report_refusals(plan, regs, bufs);
+    if (plan.reading == 0) return ER_OK;
+    return read_scope(plan, bufs, settings);
+}
+
+}  // extern "C"
