@@ -23,7 +23,6 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
-#include <variant>
 
 namespace kplc::testkit {
 
@@ -154,21 +153,26 @@ Bytes ack(std::size_t size, uint8_t status) {
 
 namespace {
 
-struct Reply {
-    Bytes bytes;
+// One script step. A plain record rather than a variant: GCC 12 at -O2 with
+// the sanitizers reports variant members as maybe-uninitialized.
+struct Step {
+    enum class Kind { Reply, Silence, Close, Split, Stale } kind = Kind::Silence;
+    Bytes bytes;                         // Reply, Split, Stale: the answer
+    std::size_t first = 0;               // Split: bytes in the first segment
+    std::chrono::milliseconds pause{0};  // Split: pause before the second
+    Bytes stale;                         // Stale: sent unasked after the answer
 };
-struct Silence {};
-struct Close {};
-struct Split {
-    Bytes bytes;
-    std::size_t first;
-    std::chrono::milliseconds pause;
-};
-struct Stale {
-    Bytes bytes;
-    Bytes stale;
-};
-using Step = std::variant<Reply, Silence, Close, Split, Stale>;
+
+Step make_step(Step::Kind kind, Bytes bytes = {}, std::size_t first = 0, std::chrono::milliseconds pause = 0ms,
+               Bytes stale = {}) {
+    Step step;
+    step.kind = kind;
+    step.bytes = std::move(bytes);
+    step.first = first;
+    step.pause = pause;
+    step.stale = std::move(stale);
+    return step;
+}
 
 // How long the server waits for the driver to take a segment off its socket
 // before it sends the next one anyway (the driver may have given up).
@@ -300,7 +304,7 @@ struct FakePlc::Impl {
     // Takes the next step for a request just received (recording the request).
     Step next_step(Bytes request) {
         std::unique_lock lock(mu);
-        std::optional<Step> step;
+        Step step;
         if (!script.empty()) {
             step = std::move(script.front());
             script.pop_front();
@@ -309,13 +313,11 @@ struct FakePlc::Impl {
             lock.unlock();
             Bytes answer = handler(request);
             lock.lock();
-            step = answer.empty() ? Step{Silence{}} : Step{Reply{std::move(answer)}};
-        } else {
-            step = Silence{};
+            if (!answer.empty()) step = make_step(Step::Kind::Reply, std::move(answer));
         }
         received.push_back(std::move(request));
         cv.notify_all();
-        return std::move(*step);
+        return step;
     }
 
     // Answers one request. Returns false when the connection is to be closed.
@@ -327,21 +329,28 @@ struct FakePlc::Impl {
         return keep;
     }
 
-    bool carry_out(Connection *c, int fd, const sockaddr_in *to, Step step) {
-        if (std::holds_alternative<Reply>(step)) {
-            send_all(fd, std::get<Reply>(step).bytes, to);
-        } else if (std::holds_alternative<Close>(step)) {
-            return transport == Transport::Udp;  // a datagram socket has nothing to close
-        } else if (auto *s = std::get_if<Split>(&step)) {
-            const std::size_t first = std::min(s->first, s->bytes.size());
-            send_all(fd, std::span<const uint8_t>(s->bytes).first(first), to);
-            if (!pause_for(s->pause)) return true;
-            if (c != nullptr) wait_consumed(*c);
-            send_all(fd, std::span<const uint8_t>(s->bytes).subspan(first), to);
-        } else if (auto *st = std::get_if<Stale>(&step)) {
-            send_all(fd, st->bytes, to);
-            if (c != nullptr) wait_consumed(*c);
-            send_all(fd, st->stale, to);
+    bool carry_out(Connection *c, int fd, const sockaddr_in *to, const Step &step) {
+        switch (step.kind) {
+            case Step::Kind::Silence:
+                break;
+            case Step::Kind::Reply:
+                send_all(fd, step.bytes, to);
+                break;
+            case Step::Kind::Close:
+                return transport == Transport::Udp;  // a datagram socket has nothing to close
+            case Step::Kind::Split: {
+                const std::size_t first = std::min(step.first, step.bytes.size());
+                send_all(fd, std::span<const uint8_t>(step.bytes).first(first), to);
+                if (!pause_for(step.pause)) return true;
+                if (c != nullptr) wait_consumed(*c);
+                send_all(fd, std::span<const uint8_t>(step.bytes).subspan(first), to);
+                break;
+            }
+            case Step::Kind::Stale:
+                send_all(fd, step.bytes, to);
+                if (c != nullptr) wait_consumed(*c);
+                send_all(fd, step.stale, to);
+                break;
         }
         return true;
     }
@@ -428,31 +437,31 @@ uint16_t FakePlc::port() const { return impl_->bound_port; }
 
 FakePlc &FakePlc::reply(Bytes bytes) {
     std::lock_guard lock(impl_->mu);
-    impl_->script.emplace_back(Reply{std::move(bytes)});
+    impl_->script.push_back(make_step(Step::Kind::Reply, std::move(bytes)));
     return *this;
 }
 
 FakePlc &FakePlc::silence() {
     std::lock_guard lock(impl_->mu);
-    impl_->script.emplace_back(Silence{});
+    impl_->script.push_back(make_step(Step::Kind::Silence));
     return *this;
 }
 
 FakePlc &FakePlc::close() {
     std::lock_guard lock(impl_->mu);
-    impl_->script.emplace_back(Close{});
+    impl_->script.push_back(make_step(Step::Kind::Close));
     return *this;
 }
 
 FakePlc &FakePlc::split(Bytes bytes, std::size_t first, std::chrono::milliseconds pause) {
     std::lock_guard lock(impl_->mu);
-    impl_->script.emplace_back(Split{std::move(bytes), first, pause});
+    impl_->script.push_back(make_step(Step::Kind::Split, std::move(bytes), first, pause));
     return *this;
 }
 
 FakePlc &FakePlc::with_stale(Bytes bytes, Bytes stale) {
     std::lock_guard lock(impl_->mu);
-    impl_->script.emplace_back(Stale{std::move(bytes), std::move(stale)});
+    impl_->script.push_back(make_step(Step::Kind::Stale, std::move(bytes), 0, 0ms, std::move(stale)));
     return *this;
 }
 
