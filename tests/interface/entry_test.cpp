@@ -85,6 +85,8 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     char name[] = "./driver/PLC00000000_0.csv";
     ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, name, table, 1), 1);
     ASSERT_EQ(kplc_add_tagtable(&st.g_plc_tags, name, table, 1), 1);
+    // The registry never releases its entries; the test does, once they are unlinked.
+    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.g_kplc_tags, name), kplc_get_tagtable(&st.g_plc_tags, name)};
     st.write_sid = 77;
     st.init = 1;
 
@@ -93,6 +95,10 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     EXPECT_EQ(kplc_get_tagtable(&st.g_plc_tags, name), nullptr);
     EXPECT_EQ(st.write_sid, 0);
     EXPECT_EQ(st.init, 0);
+    for (kplc_plc_tag *entry : entries) {
+        std::free(entry->name);
+        std::free(entry);
+    }
     std::free(drv);
 }
 
