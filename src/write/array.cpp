@@ -1,0 +1,96 @@
+// Writers of a run of consecutive elements of a numeric array tag. The resolve
+// request names every element of the run (tag name plus index suffix, in
+// row-major order), but only the first element's location is used: the PLC
+// stores the run as consecutive words from there, in one word write.
+#include <array>
+#include <cstdio>
+
+#include "kplc/driver.h"
+#include "protocol/names.hpp"
+#include "write/session.hpp"
+
+namespace {
+
+using namespace kplc::write;
+using kplc::proto::element_name;
+using kplc::proto::kMaxNameUnits;
+using kplc::proto::name_units;
+
+// Bytes of the panel's buffer per 16-bit word.
+constexpr uint32_t kWordBytes = 2;
+
+// `first` and `count` are in elements. A run that does not fit one request
+// (the 1024-byte buffer, or the one-byte symbol and word counts) is refused
+// whole rather than split: a split would make one runtime write two PLC writes
+// that can half succeed.
+unsigned write_run(PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, uint32_t first,
+                   uint32_t count, uint32_t words_per_element) {
+    if (count == 0) {
+        std::printf("[PLC] array write of no elements to %.255s at line %d\r\n", tag.name, __LINE__);
+        return ER_INVALID;
+    }
+    if (count > kMaxNamesPerResolve || count > kMaxWordsPerWrite / words_per_element) {
+        std::printf("[PLC] array write of %u elements to %.255s exceeds one request at line %d\r\n", count,
+                    tag.name, __LINE__);
+        return ER_INVALID;
+    }
+    Session session(settings);
+    ResolveRequest request(session.request(), session.sequence(), tag.mode_type);
+    std::array<char, sizeof tag.name> name{};
+    std::array<uint16_t, kMaxNameUnits + 1> units{};
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t element = first + i;
+        const auto named = element_name(name, tag, tag.attr, element);
+        const auto n = named ? name_units(name.data(), units) : std::nullopt;
+        if (!n) {
+            std::printf("[PLC] element %u of %.255s has no name within 255 characters at line %d\r\n", element,
+                        tag.name, __LINE__);
+            return ER_INVALID;
+        }
+        if (!request.add(std::span<const uint16_t>(units.data(), *n))) {
+            std::printf("[PLC] names of %u elements of %.255s do not fit one request at line %d\r\n", count,
+                        tag.name, __LINE__);
+            return ER_INVALID;
+        }
+    }
+    const Resolution r = send_resolve(session, request.finish(), tag.name);
+    if (r.kind != Resolution::Item) return ER_INVALID;
+    const uint32_t words = count * words_per_element;
+    const std::span<const uint8_t> value(buff->buff, std::size_t{words} * kWordBytes);
+    return write_words(session, r.item, static_cast<uint8_t>(words), value, ValueOrder::PanelWords, 1);
+}
+
+unsigned write_array(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings,
+                     kplc_plc_tag *list, int regid, uint32_t words_per_element) {
+    const kplc_tag_str *tag = writer_tag(list, regid);
+    if (tag == nullptr || reg_addr == nullptr || !has_value(buff)) return ER_INVALID;
+    uint32_t first = reg_addr->reg_addr;
+    uint32_t count = buff->length;
+    // The dispatch leaves 64-bit offsets and counts in 32-bit units.
+    if (words_per_element == 4) {
+        first >>= 1;
+        count >>= 1;
+    }
+    return write_run(buff, settings, *tag, first, count, words_per_element);
+}
+
+}  // namespace
+
+extern "C" {
+
+KPLC_API unsigned int zel_plc_write_array_words(KPLC_WRITER_ARGS) {
+    return write_array(reg_addr, buff, settings, kplc_tag_list, regid_temp, 1);
+}
+
+KPLC_API unsigned int zel_plc_write_array_dwords(KPLC_WRITER_ARGS) {
+    return write_array(reg_addr, buff, settings, kplc_tag_list, regid_temp, 2);
+}
+
+// The word count sent is four per element written, so that it always matches
+// the value bytes carried (an odd count of 32-bit units would otherwise
+// announce words that are not in the request).
+KPLC_API unsigned int zel_plc_write_array_4words(KPLC_WRITER_ARGS) {
+    return write_array(reg_addr, buff, settings, kplc_tag_list, regid_temp, 4);
+}
+
+}  // extern "C"
