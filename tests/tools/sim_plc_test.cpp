@@ -230,6 +230,10 @@ TEST_F(SimPlc, TextWrittenAtAnyCharacterReadsBackFromThatCharacter) {
                                                               at.location}})));
         ASSERT_GE(text.size(), 3u);
         EXPECT_EQ(to_hex(std::span(text).first(3)), "78 79 7A") << "offset " << offset;
+        // Seen from the element's first character, the text starts at the offset.
+        Bytes element(10, 0);
+        std::copy_n(text.begin(), 3, element.begin() + offset);
+        EXPECT_EQ(fresh.peek(kGlobal, "Lines[#1][#0]", 10), element) << "offset " << offset;
         // The elements around it are untouched.
         EXPECT_EQ(fresh.peek(kGlobal, "Lines[#0][#0]", 10), Bytes(10, 0));
         EXPECT_EQ(fresh.peek(kGlobal, "Lines[#2][#0]", 10), Bytes(10, 0));
