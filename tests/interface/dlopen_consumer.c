@@ -2,6 +2,7 @@
  * dlopen, finds the entry points by name and sets up an instance from a port
  * record followed by two extra records, as the runtime lays them out. */
 #include <dlfcn.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 
