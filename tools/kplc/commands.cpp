@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "text.hpp"
 #include "values.hpp"
 
 namespace kplc::cli {
@@ -17,7 +18,7 @@ namespace {
 
 void error_line(const std::string &message) { std::fprintf(stderr, "kplc: %s\n", message.c_str()); }
 
-std::string plc_text(const Context &ctx) { return ctx.opts.plc_text + ":" + std::to_string(*ctx.opts.port); }
+std::string plc_text(const Context &ctx) { return cat(ctx.opts.plc_text, ":", *ctx.opts.port); }
 
 struct ReadOutcome {
     std::vector<std::vector<uint8_t>> buffers;  // per selection
@@ -77,8 +78,7 @@ void pause_ms(uint32_t ms) {
 std::string scope_text(const Tag &tag) {
     if (!tag.is_local()) return "global";
     const auto *program = reinterpret_cast<const char *>(tag.rec.local_name);
-    return std::string("program ") + (*program != '\0' ? program : "?") + " (" + std::to_string(tag.rec.mode_type) +
-           ")";
+    return cat("program ", *program != '\0' ? program : "?", " (", tag.rec.mode_type, ")");
 }
 
 }  // namespace
@@ -126,7 +126,7 @@ int run_read(Context &ctx, const std::vector<Selection> &selections) {
     for (std::size_t i = 0; i < selections.size(); ++i) {
         const Selection &sel = selections[i];
         if (r.errors[i] != ER_OK) {
-            error_line("reading " + sel.label + " from " + plc_text(ctx) + " failed: " + describe_result(r.errors[i]));
+            error_line(cat("reading ", sel.label, " from ", plc_text(ctx), " failed: ", describe_result(r.errors[i])));
             status = kExitFailed;
             continue;
         }
@@ -157,18 +157,17 @@ int run_write(Context &ctx) {
         const Tag &tag = ctx.tags.tags()[target.tag];
         const Items items = split_items(tag, target, value);
         if (!items.error.empty()) {
-            error_line(name + ": " + items.error);
+            error_line(cat(name, ": ", items.error));
             return kExitUsage;
         }
         const auto n = static_cast<uint32_t>(items.items.size());
         if (target.whole && n != target.count) {
-            error_line(name + ": " + std::to_string(target.count) + " value(s) expected, " + std::to_string(n) +
-                       " given");
+            error_line(cat(name, ": ", target.count, " value(s) expected, ", n, " given"));
             return kExitUsage;
         }
         if (!target.whole && n > tag.shape->elements - target.first) {
-            error_line(name + ": " + std::to_string(n) + " values run past the end of " + tag.label + " (" +
-                       std::to_string(tag.shape->elements - target.first) + " element(s) from there)");
+            error_line(cat(name, ": ", n, " values run past the end of ", tag.label, " (",
+                           tag.shape->elements - target.first, " element(s) from there)"));
             return kExitUsage;
         }
         target.count = n;
@@ -177,7 +176,7 @@ int run_write(Context &ctx) {
             std::string error;
             auto bytes = encode_element(tag, item, error);
             if (!bytes) {
-                error_line(name + ": " + error);
+                error_line(cat(name, ": ", error));
                 return kExitUsage;
             }
             encoded.push_back(std::move(*bytes));
@@ -202,7 +201,7 @@ int run_write(Context &ctx) {
             const unsigned rc = ctx.session->write(reg, part.data.data());
             ctx.out.drain();
             if (rc != ER_OK) {
-                error_line("writing " + job.target.label + " to " + plc_text(ctx) + " failed: " + describe_result(rc));
+                error_line(cat("writing ", job.target.label, " to ", plc_text(ctx), " failed: ", describe_result(rc)));
                 return kExitFailed;
             }
         }
@@ -231,7 +230,7 @@ int run_watch(Context &ctx, const std::vector<Selection> &selections) {
             std::string now;
             if (r.errors[i] != ER_OK) {
                 last_poll_failed = true;
-                now = "\x01" + describe_result(r.errors[i]);  // marks a failure state
+                now = cat("\x01", describe_result(r.errors[i]));  // marks a failure state
             } else {
                 now = format_selection(ctx.tags.tags()[sel.tag], sel, r.buffers[i]);
             }

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <vector>
 
+#include "text.hpp"
+
 namespace kplc::cli {
 namespace {
 
@@ -22,7 +24,7 @@ std::filesystem::path executable_dir() {
 template <typename F>
 bool bind(void *handle, const char *name, F &fn, std::string &missing) {
     fn = reinterpret_cast<F>(dlsym(handle, name));
-    if (fn == nullptr) missing += std::string(missing.empty() ? "" : ", ") + name;
+    if (fn == nullptr) missing += cat(missing.empty() ? "" : ", ", name);
     return fn != nullptr;
 }
 
@@ -33,7 +35,7 @@ std::optional<DriverApi> load_driver(const std::string &explicit_path, std::stri
     if (!explicit_path.empty()) {
         // A bare name would make dlopen search the system paths; a path given
         // on the command line means that file.
-        candidates.push_back(explicit_path.find('/') == std::string::npos ? "./" + explicit_path : explicit_path);
+        candidates.push_back(explicit_path.find('/') == std::string::npos ? cat("./", explicit_path) : explicit_path);
     } else {
         const auto dir = executable_dir();
         if (!dir.empty())
@@ -47,7 +49,7 @@ std::optional<DriverApi> load_driver(const std::string &explicit_path, std::stri
         void *handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (handle == nullptr) {
             const char *why = dlerror();
-            error += std::string(error.empty() ? "" : "; ") + (why != nullptr ? why : path);
+            error += cat(error.empty() ? "" : "; ", why != nullptr ? std::string_view(why) : path);
             continue;
         }
         DriverApi api;
@@ -62,7 +64,7 @@ std::optional<DriverApi> load_driver(const std::string &explicit_path, std::stri
         bind(handle, "kplc_ioctrl", api.ioctrl, missing);
         bind(handle, "kplc_pase_str", api.pase_str, missing);
         if (!missing.empty()) {
-            error += std::string(error.empty() ? "" : "; ") + path + " lacks " + missing;
+            error += cat(error.empty() ? "" : "; ", path, " lacks ", missing);
             dlclose(handle);
             continue;
         }
@@ -97,7 +99,7 @@ bool Session::open(std::string &error) {
     }
     const unsigned rc = api_.init(drv_, &prop_);
     if (rc != ER_OK) {
-        error = "kplc_init failed: " + describe_result(rc);
+        error = cat("kplc_init failed: ", describe_result(rc));
         return false;
     }
     return true;
@@ -132,7 +134,7 @@ std::string describe_result(uint32_t code) {
     case ER_INVALID: return "the driver refused the request or the exchange failed (3)";
     case KPLC_ER_NO_WRITER: return "the driver has no writer for this tag's type or shape (0xFFFFFFFF)";
     case kNotRead: return "the driver did not read it (its program scope is not read)";
-    default: return "result " + std::to_string(code);
+    default: return cat("result ", code);
     }
 }
 

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "text.hpp"
+
 namespace kplc::cli {
 namespace {
 
@@ -67,7 +69,7 @@ void DriverOutput::emit(std::string_view line) {
         if (c != '\r') out.push_back(c);
     if (out.empty()) return;
     std::fflush(stderr);
-    write_all(STDERR_FILENO, "driver: " + out + "\n");
+    write_all(STDERR_FILENO, cat("driver: ", out, "\n"));
 }
 
 DriverOutput::~DriverOutput() {

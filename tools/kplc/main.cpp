@@ -11,6 +11,7 @@
 #include "driver_api.hpp"
 #include "driver_output.hpp"
 #include "options.hpp"
+#include "text.hpp"
 #include "trace_proxy.hpp"
 #include "work_folder.hpp"
 
@@ -42,7 +43,7 @@ int fail(int status, const std::string &message) {
 int run(const Options &opts) {
     std::string error;
     const auto api = load_driver(opts.lib, error);
-    if (!api) return fail(kExitLibrary, "cannot load the driver library: " + error);
+    if (!api) return fail(kExitLibrary, cat("cannot load the driver library: ", error));
     if (opts.version) {
         PLC_DRV_INFO info{};
         api->driver_info(nullptr, &info);
@@ -56,12 +57,12 @@ int run(const Options &opts) {
 
     // The tag file: --tags, or the one the runtime would find in --workdir.
     const std::string source =
-        !opts.tags.empty() ? opts.tags : opts.workdir + "/" + tag_file_name(opts.plc, opts.dev).substr(2);
+        !opts.tags.empty() ? opts.tags : cat(opts.workdir, "/", tag_file_name(opts.plc, opts.dev).substr(2));
     std::string contents;
     if (!read_file(source, contents, error)) return fail(kExitTag, error);
     const TagSet tags = TagSet::parse(contents, api->pase_str);
     out.drain();
-    if (tags.tags().empty()) return fail(kExitTag, "tag file '" + source + "' holds no tag definitions");
+    if (tags.tags().empty()) return fail(kExitTag, cat("tag file '", source, "' holds no tag definitions"));
 
     Context ctx{opts, tags, out};
     if (opts.command == Command::List) return run_list(ctx);

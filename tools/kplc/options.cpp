@@ -1,5 +1,7 @@
 #include "options.hpp"
 
+#include "text.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <iterator>
@@ -99,7 +101,7 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
         if (options_done || arg.size() < 2 || arg[0] != '-' || (arg[1] != '-' && arg != "-h")) {
             if (o.command == Command::None) {
                 const auto cmd = command_of(arg);
-                if (!cmd) return fail("unknown command '" + std::string(arg) + "'");
+                if (!cmd) return fail(cat("unknown command '", arg, "'"));
                 o.command = *cmd;
             } else {
                 o.args.emplace_back(arg);
@@ -122,7 +124,7 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
         }
         const bool is_flag = name == "--udp" || name == "--trace" || name == "--version";
         if (is_flag) {
-            if (value) return fail("option " + std::string(name) + " takes no value");
+            if (value) return fail(cat("option ", name, " takes no value"));
             if (name == "--udp") o.udp = true;
             else if (name == "--trace") o.trace = true;
             else o.version = true;
@@ -132,27 +134,27 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
                                                        "--tags",    "--lib",  "--interval-ms", "--count",
                                                        "--workdir"};
         if (std::find(std::begin(kValued), std::end(kValued), name) == std::end(kValued))
-            return fail("unknown option " + std::string(name));
+            return fail(cat("unknown option ", name));
         if (!value) {
-            if (i + 1 >= args.size()) return fail("option " + std::string(name) + " needs a value");
+            if (i + 1 >= args.size()) return fail(cat("option ", name, " needs a value"));
             value = args[++i];
         }
         const std::string v(*value);
         if (name == "--plc") {
             const auto addr = parse_ipv4(v);
-            if (!addr) return fail("--plc: '" + v + "' is not an IPv4 address");
+            if (!addr) return fail(cat("--plc: '", v, "' is not an IPv4 address"));
             o.plc = *addr;
             o.plc_text = v == "localhost" ? "127.0.0.1" : v;
         } else if (name == "--port") {
             o.port = parse_number<uint16_t>(v, 1, 65535);
-            if (!o.port) return fail("--port: '" + v + "' is not a port number (1-65535)");
+            if (!o.port) return fail(cat("--port: '", v, "' is not a port number (1-65535)"));
         } else if (name == "--dev") {
             const auto dev = parse_number<uint16_t>(v, 0, 65535);
-            if (!dev) return fail("--dev: '" + v + "' is not a device index (0-65535)");
+            if (!dev) return fail(cat("--dev: '", v, "' is not a device index (0-65535)"));
             o.dev = *dev;
         } else if (name == "--timeout") {
             const auto t = parse_number<uint16_t>(v, 0, 65535);
-            if (!t) return fail("--timeout: '" + v + "' is not a number of seconds (0-65535)");
+            if (!t) return fail(cat("--timeout: '", v, "' is not a number of seconds (0-65535)"));
             o.timeout = *t;
         } else if (name == "--tags") {
             if (v.empty()) return fail("--tags needs a file name");
@@ -165,12 +167,12 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             o.lib = v;
         } else if (name == "--interval-ms") {
             const auto ms = parse_number<uint32_t>(v, 1, 3600000);
-            if (!ms) return fail("--interval-ms: '" + v + "' is not a number of milliseconds (1-3600000)");
+            if (!ms) return fail(cat("--interval-ms: '", v, "' is not a number of milliseconds (1-3600000)"));
             o.interval_ms = *ms;
             watch_options = true;
         } else if (name == "--count") {
             o.count = parse_number<uint64_t>(v, 1, std::numeric_limits<uint64_t>::max());
-            if (!o.count) return fail("--count: '" + v + "' is not a positive number");
+            if (!o.count) return fail(cat("--count: '", v, "' is not a positive number"));
             watch_options = true;
         }
     }
@@ -187,7 +189,7 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
     if (!o.port) return fail("no PLC port: give --port N");
     if (o.command == Command::Write)
         for (const std::string &a : o.args)
-            if (!split_assignment(a)) return fail("write expects NAME=VALUE, got '" + a + "'");
+            if (!split_assignment(a)) return fail(cat("write expects NAME=VALUE, got '", a, "'"));
     return r;
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "text.hpp"
+
 namespace kplc::cli {
 namespace {
 
@@ -72,7 +74,7 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
         const Selection &sel = selections[s];
         const Tag &tag = tags.tags().at(sel.tag);
         if (tag.element_bytes == 0 || !tag.shape) {
-            plan.error = "tag '" + tag.label + "' has no usable type, length or bounds";
+            plan.error = cat("tag '", tag.label, "' has no usable type, length or bounds");
             return plan;
         }
         const std::size_t per_value = value_bytes(tag);
@@ -98,7 +100,7 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
             }
             if (count == 0) {
                 if (batch.empty()) {
-                    plan.error = "an element of '" + tag.label + "' is too large for one read";
+                    plan.error = cat("an element of '", tag.label, "' is too large for one read");
                     return plan;
                 }
                 close_batch();
@@ -118,7 +120,7 @@ WritePlan plan_write(const TagSet &tags, const Selection &target, std::span<cons
     WritePlan plan;
     const Tag &tag = tags.tags().at(target.tag);
     if (tag.element_bytes == 0 || !tag.shape) {
-        plan.error = "tag '" + tag.label + "' has no usable type, length or bounds";
+        plan.error = cat("tag '", tag.label, "' has no usable type, length or bounds");
         return plan;
     }
     const uint32_t first = target.first;
@@ -185,7 +187,7 @@ WritePlan plan_write(const TagSet &tags, const Selection &target, std::span<cons
             ++n;
         }
         if (n == 0) {
-            plan.error = "the name of '" + tag.label + "' is too long for a write request";
+            plan.error = cat("the name of '", tag.label, "' is too long for a write request");
             plan.parts.clear();
             return plan;
         }

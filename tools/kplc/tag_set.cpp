@@ -1,5 +1,7 @@
 #include "tag_set.hpp"
 
+#include "text.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -157,7 +159,7 @@ TagSet TagSet::parse(std::string_view contents, ParseLine parser) {
         const std::string_view name(tag.rec.name);
         const auto *local = reinterpret_cast<const char *>(tag.rec.local_name);
         std::string label;
-        if (tag.is_local() && *local != '\0') label = std::string(local) + ".";
+        if (tag.is_local() && *local != '\0') label = cat(local, ".");
         for (char c : name)
             if (c != '#') label.push_back(c);
         tag.label = std::move(label);
@@ -187,7 +189,7 @@ Lookup TagSet::find(std::string_view spec) const {
     spec = trim(spec);
     if (auto base = find_base(spec)) {
         const Tag &tag = tags_[*base];
-        if (!tag.shape) return {std::nullopt, "tag '" + tag.label + "' has array bounds that cannot be addressed"};
+        if (!tag.shape) return {std::nullopt, cat("tag '", tag.label, "' has array bounds that cannot be addressed")};
         return {Selection{*base, 0, tag.shape->elements, true, tag.label}, {}};
     }
     // Peel index groups off the end until the rest names a tag: "Grid[1][2]"
@@ -199,27 +201,27 @@ Lookup TagSet::find(std::string_view spec) const {
         const std::size_t open = rest.rfind('[');
         if (open == std::string_view::npos || open == 0) break;
         const std::string_view inner = rest.substr(open + 1, rest.size() - open - 2);
-        groups = groups.empty() ? std::string(inner) : std::string(inner) + "," + groups;
+        groups = groups.empty() ? std::string(inner) : cat(inner, ",", groups);
         rest = rest.substr(0, open);
         base = find_base(rest);
     }
-    if (!base) return {std::nullopt, "unknown tag '" + std::string(spec) + "' (see 'kplc list')"};
+    if (!base) return {std::nullopt, cat("unknown tag '", spec, "' (see 'kplc list')")};
 
     const Tag &tag = tags_[*base];
-    if (!tag.shape) return {std::nullopt, "tag '" + tag.label + "' has array bounds that cannot be addressed"};
+    if (!tag.shape) return {std::nullopt, cat("tag '", tag.label, "' has array bounds that cannot be addressed")};
     const Shape &shape = *tag.shape;
-    if (shape.dims == 0) return {std::nullopt, "tag '" + tag.label + "' is not an array: '" + std::string(spec) + "'"};
+    if (shape.dims == 0) return {std::nullopt, cat("tag '", tag.label, "' is not an array: '", spec, "'")};
     const auto indices = parse_indices(groups);
-    if (!indices) return {std::nullopt, "bad index in '" + std::string(spec) + "'"};
+    if (!indices) return {std::nullopt, cat("bad index in '", spec, "'")};
     if (indices->size() != shape.dims)
-        return {std::nullopt, "tag '" + tag.label + "' has " + std::to_string(shape.dims) + " dimension(s), '" +
-                                  std::string(spec) + "' gives " + std::to_string(indices->size()) + " index(es)"};
+        return {std::nullopt, cat("tag '", tag.label, "' has ", shape.dims, " dimension(s), '", spec, "' gives ",
+                                  indices->size(), " index(es)")};
     uint64_t offset = 0;
     for (unsigned d = 0; d < shape.dims; ++d) {
         const int64_t i = (*indices)[d];
         if (i < shape.lo[d] || i > shape.hi[d])
-            return {std::nullopt, "index " + std::to_string(i) + " of '" + std::string(spec) + "' is outside " +
-                                      std::to_string(shape.lo[d]) + ".." + std::to_string(shape.hi[d])};
+            return {std::nullopt,
+                    cat("index ", i, " of '", spec, "' is outside ", shape.lo[d], "..", shape.hi[d])};
         offset = offset * shape.size[d] + static_cast<uint64_t>(i - shape.lo[d]);
     }
     const auto e = static_cast<uint32_t>(offset);
@@ -243,7 +245,7 @@ std::string shape_text(const Tag &tag) {
     std::string out = "[";
     for (unsigned d = 0; d < tag.shape->dims; ++d) {
         if (d != 0) out += ", ";
-        out += std::to_string(tag.shape->lo[d]) + ".." + std::to_string(tag.shape->hi[d]);
+        out += cat(tag.shape->lo[d], "..", tag.shape->hi[d]);
     }
     return out + "]";
 }
@@ -253,7 +255,7 @@ std::string type_text(const Tag &tag) {
     std::string out(tag.type->name);
     if (tag.is_text() && tag.is_string_shape()) {
         const uint32_t chars = tag.type->kind == ValueKind::WideText ? tag.element_bytes / 2 : tag.element_bytes;
-        out += "(" + std::to_string(chars) + ")";
+        out += cat("(", chars, ")");
     }
     return out;
 }

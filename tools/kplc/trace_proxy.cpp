@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "text.hpp"
+
 namespace kplc::cli {
 namespace {
 
@@ -63,7 +65,7 @@ bool TraceProxy::start(std::string &error) {
     if (listen_fd_ < 0 || ::bind(listen_fd_, reinterpret_cast<sockaddr *>(&sa), sizeof sa) != 0 ||
         (!udp_ && ::listen(listen_fd_, 4) != 0) ||
         ::getsockname(listen_fd_, reinterpret_cast<sockaddr *>(&sa), &len) != 0) {
-        error = std::string("trace proxy: ") + std::strerror(errno);
+        error = cat("trace proxy: ", std::strerror(errno));
         close_fd(listen_fd_);
         return false;
     }
@@ -71,7 +73,7 @@ bool TraceProxy::start(std::string &error) {
     if (udp_) {
         upstream_fd_ = connect_plc();
         if (upstream_fd_ < 0) {
-            error = std::string("trace proxy: ") + std::strerror(errno);
+            error = cat("trace proxy: ", std::strerror(errno));
             close_fd(listen_fd_);
             return false;
         }

@@ -1,5 +1,7 @@
 #include "values.hpp"
 
+#include "text.hpp"
+
 #include <cctype>
 #include <charconv>
 #include <cstdio>
@@ -134,26 +136,25 @@ std::optional<std::vector<uint8_t>> encode_integer(std::string_view item, std::s
     const auto v = parse_integer(item);
     const unsigned bits = static_cast<unsigned>(8 * width);
     if (!v) {
-        error = "'" + std::string(item) + "' is not an integer";
+        error = cat("'", item, "' is not an integer");
         return std::nullopt;
     }
     const uint64_t umax = bits == 64 ? std::numeric_limits<uint64_t>::max() : (uint64_t{1} << bits) - 1;
     uint64_t pattern = 0;
     if (v->hex || !is_signed) {
         if (v->negative && v->magnitude != 0) {
-            error = "'" + std::string(item) + "' is negative; the type is unsigned";
+            error = cat("'", item, "' is negative; the type is unsigned");
             return std::nullopt;
         }
         if (v->magnitude > umax) {
-            error = "'" + std::string(item) + "' does not fit " + std::to_string(bits) + " bits";
+            error = cat("'", item, "' does not fit ", bits, " bits");
             return std::nullopt;
         }
         pattern = v->magnitude;
     } else {
         const uint64_t limit = uint64_t{1} << (bits - 1);  // |min|; max is limit - 1
         if (v->negative ? v->magnitude > limit : v->magnitude >= limit) {
-            error = "'" + std::string(item) + "' is outside the range of a " + std::to_string(bits) +
-                    "-bit signed integer";
+            error = cat("'", item, "' is outside the range of a ", bits, "-bit signed integer");
             return std::nullopt;
         }
         pattern = v->negative ? (~v->magnitude + 1) & umax : v->magnitude;
@@ -170,11 +171,11 @@ std::optional<std::vector<uint8_t>> encode_real(std::string_view item, std::stri
     if (!item.empty() && item.front() == '+') ++begin;
     auto [end, ec] = std::from_chars(begin, item.data() + item.size(), value);
     if (ec == std::errc::result_out_of_range) {
-        error = "'" + std::string(item) + "' is out of range for a " + std::to_string(8 * sizeof(F)) + "-bit real";
+        error = cat("'", item, "' is out of range for a ", 8 * sizeof(F), "-bit real");
         return std::nullopt;
     }
     if (ec != std::errc{} || end != item.data() + item.size() || item.empty()) {
-        error = "'" + std::string(item) + "' is not a number";
+        error = cat("'", item, "' is not a number");
         return std::nullopt;
     }
     std::vector<uint8_t> out(sizeof(F));
@@ -322,18 +323,18 @@ Items split_items(const Tag &tag, const Selection &target, std::string_view valu
         }
         std::string_view s = trim(value);
         if (!s.empty() && s.front() == '[') {
-            if (s.back() != ']') return {{}, "unbalanced '[' in '" + std::string(value) + "'"};
+            if (s.back() != ']') return {{}, cat("unbalanced '[' in '", value, "'")};
             s = trim(s.substr(1, s.size() - 2));
         }
         while (true) {
             s = trim(s);
             if (!s.empty() && s.front() == '"') {
                 auto text = take_quoted(s);
-                if (!text) return {{}, "unterminated quote or bad escape in '" + std::string(value) + "'"};
+                if (!text) return {{}, cat("unterminated quote or bad escape in '", value, "'")};
                 r.items.push_back(std::move(*text));
                 s = trim(s);
                 if (!s.empty() && s.front() != ',')
-                    return {{}, "expected ',' after a quoted text in '" + std::string(value) + "'"};
+                    return {{}, cat("expected ',' after a quoted text in '", value, "'")};
             } else {
                 const std::size_t comma = s.find(',');
                 r.items.emplace_back(trim(s.substr(0, comma)));
@@ -351,7 +352,7 @@ Items split_items(const Tag &tag, const Selection &target, std::string_view valu
     while (true) {
         const std::size_t comma = s.find(',');
         const std::string_view item = trim(s.substr(0, comma));
-        if (item.empty()) return {{}, "empty value in '" + std::string(value) + "'"};
+        if (item.empty()) return {{}, cat("empty value in '", value, "'")};
         r.items.emplace_back(item);
         if (comma == std::string_view::npos) break;
         s.remove_prefix(comma + 1);
@@ -361,7 +362,7 @@ Items split_items(const Tag &tag, const Selection &target, std::string_view valu
 
 std::optional<std::vector<uint8_t>> encode_element(const Tag &tag, std::string_view item, std::string &error) {
     if (tag.type == nullptr || tag.element_bytes == 0) {
-        error = "tag '" + tag.label + "' has no usable type or length";
+        error = cat("tag '", tag.label, "' has no usable type or length");
         return std::nullopt;
     }
     const ValueKind kind = tag.type->kind;
@@ -370,7 +371,7 @@ std::optional<std::vector<uint8_t>> encode_element(const Tag &tag, std::string_v
     case ValueKind::Bool:
         if (item == "1" || iequals(item, "true") || iequals(item, "on")) return std::vector<uint8_t>{1};
         if (item == "0" || iequals(item, "false") || iequals(item, "off")) return std::vector<uint8_t>{0};
-        error = "'" + std::string(item) + "' is not a BOOL (use 0/1, true/false or on/off)";
+        error = cat("'", item, "' is not a BOOL (use 0/1, true/false or on/off)");
         return std::nullopt;
     case ValueKind::Signed: return encode_integer(item, tag.element_bytes, true, error);
     case ValueKind::Unsigned:
@@ -384,12 +385,11 @@ std::optional<std::vector<uint8_t>> encode_element(const Tag &tag, std::string_v
         if (kind == ValueKind::Text) out = std::vector<uint8_t>(item.begin(), item.end());
         else out = encode_wide(item);
         if (!out) {
-            error = "'" + std::string(item) + "' is not valid UTF-8";
+            error = cat("'", item, "' is not valid UTF-8");
             return std::nullopt;
         }
         if (out->size() > tag.element_bytes) {
-            error = "text '" + std::string(item) + "' needs " + std::to_string(out->size()) + " bytes; '" +
-                    tag.label + "' holds " + std::to_string(tag.element_bytes);
+            error = cat("text '", item, "' needs ", out->size(), " bytes; '", tag.label, "' holds ", tag.element_bytes);
             return std::nullopt;
         }
         return out;

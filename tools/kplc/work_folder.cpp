@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "text.hpp"
+
 namespace kplc::cli {
 
 namespace fs = std::filesystem;
@@ -23,7 +25,7 @@ std::string tag_file_name(uint32_t addr, unsigned dev) {
 bool read_file(const std::string &path, std::string &contents, std::string &error) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        error = "cannot read tag file '" + path + "': " + std::strerror(errno);
+        error = cat("cannot read tag file '", path, "': ", std::strerror(errno));
         return false;
     }
     std::ostringstream text;
@@ -39,7 +41,7 @@ bool WorkFolder::enter(const std::string &dir, const std::string &name, const st
     if (dir.empty()) {
         std::string pattern = (fs::temp_directory_path(ec) / "kplc-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr) {
-            error = std::string("cannot create a temporary folder: ") + std::strerror(errno);
+            error = cat("cannot create a temporary folder: ", std::strerror(errno));
             return false;
         }
         path_ = pattern;
@@ -53,13 +55,13 @@ bool WorkFolder::enter(const std::string &dir, const std::string &name, const st
         std::ofstream out(file, std::ios::binary | std::ios::trunc);
         out.write(contents->data(), static_cast<std::streamsize>(contents->size()));
         if (!out.flush()) {
-            error = "cannot write '" + file.string() + "'";
+            error = cat("cannot write '", file.string(), "'");
             return false;
         }
     }
     fs::current_path(path_, ec);
     if (ec) {
-        error = "cannot enter '" + path_ + "': " + ec.message();
+        error = cat("cannot enter '", path_, "': ", ec.message());
         return false;
     }
     return true;
