@@ -14,27 +14,29 @@ namespace kplc::simtest {
 using testkit::Bytes;
 using proto::Command;
 
-inline Bytes finish(proto::FrameWriter &w, Bytes &buf) {
+// A request frame with the given body.
+template <typename Body>
+Bytes frame(Command command, uint16_t seq, Body body) {
+    Bytes buf(4096);
+    proto::FrameWriter w(buf);
+    w.begin(command, seq);
+    body(w);
     buf.resize(w.finish());
     return buf;
 }
 
 inline Bytes catalogue_request(Command command, uint16_t seq) {
-    Bytes buf(16);
-    buf.resize(proto::build_catalogue_request(buf, command, seq));
-    return buf;
+    return frame(command, seq, [](auto &w) { w.zeros(4); });
 }
 
 // Symbol resolve for `names` in `scope` (-1 global, else a program id).
 inline Bytes resolve_request(uint16_t seq, int scope, const std::vector<std::u16string> &names) {
-    Bytes buf(4096);
-    proto::FrameWriter w(buf);
-    w.begin(Command::SymbolResolve, seq);
-    w.u16(0x0001);
-    w.scope(scope);
-    w.u16(static_cast<uint16_t>(names.size()));
-    for (const auto &name : names) w.symbol(std::vector<uint16_t>(name.begin(), name.end()));
-    return finish(w, buf);
+    return frame(Command::SymbolResolve, seq, [&](auto &w) {
+        w.u16(0x0001);
+        w.scope(scope);
+        w.u16(static_cast<uint16_t>(names.size()));
+        for (const auto &name : names) w.symbol(std::vector<uint16_t>(name.begin(), name.end()));
+    });
 }
 
 struct Location {
@@ -44,53 +46,28 @@ struct Location {
 };
 
 inline Bytes read_request(uint16_t seq, const std::vector<Location> &entries) {
-    Bytes buf(4096);
-    proto::FrameWriter w(buf);
-    w.begin(Command::ReadByLocation, seq);
-    w.u8(0);
-    w.u16(static_cast<uint16_t>(entries.size()));
-    w.zeros(3);
-    for (const auto &e : entries) {
+    return frame(Command::ReadByLocation, seq, [&](auto &w) {
         w.u8(0);
-        w.u8(e.area);
-        w.u16(e.words);
-        w.u32(e.location);
-    }
-    return finish(w, buf);
+        w.u16(static_cast<uint16_t>(entries.size()));
+        w.zeros(3);
+        for (const auto &e : entries) w.u8(0), w.u8(e.area), w.u16(e.words), w.u32(e.location);
+    });
 }
 
 inline Bytes word_write_request(uint16_t seq, uint8_t area, uint32_t location, const Bytes &data) {
-    Bytes buf(4096);
-    proto::FrameWriter w(buf);
-    w.begin(Command::WordWrite, seq);
-    w.u8(0);
-    w.u8(area);
-    w.u32(static_cast<uint32_t>(data.size() / 2));
-    w.u32(location);
-    w.bytes(data);
-    return finish(w, buf);
+    return frame(Command::WordWrite, seq, [&](auto &w) {
+        w.u8(0), w.u8(area), w.u32(static_cast<uint32_t>(data.size() / 2)), w.u32(location), w.bytes(data);
+    });
 }
 
 inline Bytes bit_write_request(uint16_t seq, uint8_t area, uint32_t location, uint8_t value, uint16_t mask) {
-    Bytes buf(64);
-    proto::FrameWriter w(buf);
-    w.begin(Command::WordAreaBitWrite, seq);
-    w.u16(0x0001);
-    w.u8(area);
-    w.u32(location);
-    w.u8(value);
-    w.u16(mask);
-    return finish(w, buf);
+    return frame(Command::WordAreaBitWrite, seq,
+                 [&](auto &w) { w.u16(0x0001), w.u8(area), w.u32(location), w.u8(value), w.u16(mask); });
 }
 
 inline Bytes set_reset_request(uint16_t seq, bool set, uint8_t device, uint16_t location) {
-    Bytes buf(64);
-    proto::FrameWriter w(buf);
-    w.begin(set ? Command::SetBit : Command::ResetBit, seq);
-    w.u8(0x01);
-    w.u8(device);
-    w.u16(location);
-    return finish(w, buf);
+    return frame(set ? Command::SetBit : Command::ResetBit, seq,
+                 [&](auto &w) { w.u8(0x01), w.u8(device), w.u16(location); });
 }
 
 inline uint16_t be16(const Bytes &b, std::size_t at) { return static_cast<uint16_t>(b.at(at) << 8 | b.at(at + 1)); }

@@ -32,13 +32,13 @@ constexpr const char *kUsage =
     "  --udp              serve datagrams instead of a TCP stream\n"
     "  --trace            print each request ('> ') and reply ('< ') in hex\n"
     "misbehaviour:\n"
-    "  --close-after N    close a connection after answering N requests\n"
+    "  --close-after N    close a connection after answering N requests (TCP)\n"
     "  --delay-ms N       wait N milliseconds before each reply\n"
     "  --split            send each reply in two parts, 50 ms apart\n"
     "  --truncate N       send only the first N bytes of each reply\n"
     "  --garbage          send random bytes instead of each reply\n"
     "  --silent           never answer\n"
-    "  --refuse           accept connections and close them at once\n";
+    "  --refuse           accept connections and close them at once (TCP)\n";
 
 unsigned long number(std::string_view option, const char *text, unsigned long max) {
     char *end = nullptr;
