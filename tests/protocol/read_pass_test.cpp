@@ -52,15 +52,7 @@ struct ReadPass : ::testing::Test {
     kplc::testkit::Instance inst{FakePlc::kLoopback, plc.port()};
 
     // The driver keeps loaded tag tables for the life of the process; this test's go here.
-    void TearDown() override {
-        kplc_plc_tag &head = kplc::state().g_kplc_tags;
-        for (list_head *link = head.list.next; link != nullptr && link != &head.list;) {
-            auto *entry = reinterpret_cast<kplc_plc_tag *>(reinterpret_cast<char *>(link) - offsetof(kplc_plc_tag, list));
-            link = link->next;
-            std::free(entry->name), std::free(entry->tag_table), std::free(entry);
-        }
-        kplc_init_tag(&head);
-    }
+    void TearDown() override { kplc::testkit::release_tag_tables(); }
     void tags(const char *text) { dir.write_tag_file(FakePlc::kLoopback, 0, text); }
     void start_up(std::vector<std::pair<uint8_t, std::u16string>> programs = {}) {
         plc.reply(kplc::testkit::catalogue_first()).reply(kplc::testkit::catalogue(programs));

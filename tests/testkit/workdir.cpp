@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -56,6 +57,24 @@ Instance::~Instance() {
 }
 
 PLC_DRV_INIT_SETTINGS *Instance::settings() const { return kplc::settings_of(drv); }
+
+namespace {
+void release_registry(kplc_plc_tag &head) {
+    for (list_head *link = head.list.next; link != nullptr && link != &head.list;) {
+        auto *entry = reinterpret_cast<kplc_plc_tag *>(reinterpret_cast<char *>(link) - offsetof(kplc_plc_tag, list));
+        link = link->next;
+        std::free(entry->name);
+        std::free(entry->tag_table);
+        std::free(entry);
+    }
+    kplc_init_tag(&head);
+}
+}  // namespace
+
+void release_tag_tables() {
+    release_registry(kplc::state().g_kplc_tags);
+    release_registry(kplc::state().g_plc_tags);
+}
 
 void reset_link_state() {
     auto &st = kplc::state();

@@ -51,4 +51,9 @@ struct Instance {
 // others in the same process: closes a socket left open and clears the link flag.
 void reset_link_state();
 
+// The driver keeps loaded tag tables for the life of the process, and
+// kplc_init only forgets them. Tests release both sides' tables here so the
+// leak checker sees only real leaks.
+void release_tag_tables();
+
 }  // namespace kplc::testkit

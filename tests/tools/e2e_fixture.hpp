@@ -57,8 +57,7 @@ protected:
     void TearDown() override {
         // The driver keeps its loaded tag tables for the life of the process;
         // the next kplc_init forgets them. Release this test's.
-        release_tag_tables(kplc::state().g_kplc_tags);
-        release_tag_tables(kplc::state().g_plc_tags);
+        testkit::release_tag_tables();
         instance_.reset();
         if (server_) server_->stop();
     }
@@ -112,17 +111,6 @@ protected:
     }
 
 private:
-    static void release_tag_tables(kplc_plc_tag &head) {
-        for (list_head *link = head.list.next; link != nullptr && link != &head.list;) {
-            auto *entry = reinterpret_cast<kplc_plc_tag *>(reinterpret_cast<char *>(link) - offsetof(kplc_plc_tag, list));
-            link = link->next;
-            std::free(entry->name);
-            std::free(entry->tag_table);
-            std::free(entry);
-        }
-        kplc_init_tag(&head);
-    }
-
     testkit::ScopedWorkdir dir_;
     std::unique_ptr<sim::Plc> plc_;
     std::unique_ptr<sim::Server> server_;

@@ -71,19 +71,7 @@ protected:
         dir.write_tag_file(FakePlc::kLoopback, 0, tags);
         instance.emplace(FakePlc::kLoopback, plc.port(), 1);
     }
-    // The driver keeps loaded tables for good; release the write side's here.
-    void TearDown() override {
-        kplc_plc_tag &head = state().g_plc_tags;
-        for (list_head *link = head.list.next; link != nullptr && link != &head.list;) {
-            auto *entry =
-                reinterpret_cast<kplc_plc_tag *>(reinterpret_cast<char *>(link) - offsetof(kplc_plc_tag, list));
-            link = link->next;
-            std::free(entry->name);
-            std::free(entry->tag_table);
-            std::free(entry);
-        }
-        kplc_init_tag(&head);
-    }
+    void TearDown() override { kplc::testkit::release_tag_tables(); }
     unsigned write(uint16_t tag, uint32_t addr, uint32_t nums, void *value, uint16_t dev_index = 0) {
         Reg reg{};
         reg.regId = tag;
