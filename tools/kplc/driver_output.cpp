@@ -41,6 +41,9 @@ bool DriverOutput::start() {
     }
     ::close(fds[1]);
     (void)::fcntl(fds[0], F_SETFL, O_NONBLOCK);
+    // One result line at a time, so that results and messages on standard
+    // error keep their order when both go to one terminal or file.
+    std::setvbuf(results, nullptr, _IOLBF, 0);
     pipe_read_ = fds[0];
     saved_stdout_ = saved;
     results_ = results;
