@@ -1,0 +1,33 @@
+// The process-wide set-up the read and write targets share: a private working
+// folder holding the tag file of a loopback PLC, a driver instance pointed at
+// a loopback port that refuses connections (a link restart inside a run fails
+// at once instead of reaching anything), and standard output silenced.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "kplc/kplc.h"
+
+namespace kplc::fuzz {
+
+inline constexpr uint32_t kPlcAddress = 0x7F000001;  // 127.0.0.1
+
+// Tag definitions covering every writer family, every shape, the device
+// classes the read and write paths tell apart, program-local tags and the
+// degenerate rows (a string without characters, a zero-sized dimension).
+extern const std::string_view kTagFile;
+// Number of definition lines in kTagFile.
+std::size_t tag_count();
+
+struct Workspace {
+    CommunicationProperty *port = nullptr;  // the runtime's port record
+    void *drv = nullptr;                    // the instance
+    PLC_DRV_INIT_SETTINGS *settings = nullptr;
+};
+
+// Created on first use and kept for the life of the process.
+Workspace &workspace();
+
+}  // namespace kplc::fuzz
