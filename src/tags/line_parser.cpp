@@ -5,14 +5,13 @@
 // two-index symbol such as Axis[2,3] is split by its own comma; the parser
 // notices because the third column then is no type name, joins it back into
 // the symbol and reads every later column one place to the right.
-#include <string.h>  // strsep
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -39,15 +38,12 @@ constexpr std::size_t kRangeColumn = 99;
 constexpr std::size_t kDeviceColumn = 23;
 constexpr std::size_t kNumberColumn = 7;
 
-// Lines from the loader are at most 255 characters and are copied onto the
-// stack; only longer texts from other callers cost an allocation.
-constexpr std::size_t kLineCopy = 256;
+// A column of the line; absent (nullopt) once the line has run out of columns.
+using Column = std::optional<std::string_view>;
 
-std::string_view working_copy(const char *column, std::size_t limit) noexcept {
-    return {column, strnlen(column, limit)};
-}
+std::string_view working_copy(std::string_view column, std::size_t limit) noexcept { return column.substr(0, limit); }
 
-bool non_empty(const char *column) noexcept { return column != nullptr && column[0] != '\0'; }
+bool non_empty(const Column &column) noexcept { return column && !column->empty(); }
 
 // The text of a column looked up as a type, and the row it names (if any).
 struct TypeColumn {
@@ -55,7 +51,7 @@ struct TypeColumn {
     bool found = false;
 };
 
-void look_up_type(const char *column, kplc_tag_str &tag, TypeColumn &type) noexcept {
+void look_up_type(std::string_view column, kplc_tag_str &tag, TypeColumn &type) noexcept {
     type.text = working_copy(column, kTypeColumn);
     if (const var_type *row = kplc::find_type(type.text)) {
         tag.type = row->id;
@@ -67,7 +63,7 @@ void look_up_type(const char *column, kplc_tag_str &tag, TypeColumn &type) noexc
 
 bool is_string_type(std::string_view type) noexcept { return type == "STRING" || type == "WSTRING"; }
 
-void read_range(const char *column, kplc_tag_str &tag) noexcept {
+void read_range(std::string_view column, kplc_tag_str &tag) noexcept {
     const std::string_view range = working_copy(column, kRangeColumn);
     std::array<uint32_t, 6> bounds{tag.ar_min, tag.ar_max, tag.ar1_min, tag.ar1_max, tag.ar2_min, tag.ar2_max};
     std::size_t want;
@@ -106,7 +102,7 @@ uint32_t element_count(const kplc_tag_str &tag) noexcept {
     return n;
 }
 
-void read_length(const char *column, std::string_view type, kplc_tag_str &tag) noexcept {
+void read_length(std::string_view column, std::string_view type, kplc_tag_str &tag) noexcept {
     // The range may have made a string tag an array; the string shape wins,
     // the bounds stay.
     if (is_string_type(type)) tag.attr = STRING;
@@ -129,7 +125,7 @@ void read_length(const char *column, std::string_view type, kplc_tag_str &tag) n
     }
 }
 
-void read_mode(const char *column, kplc_tag_str &tag) noexcept {
+void read_mode(std::string_view column, kplc_tag_str &tag) noexcept {
     std::string_view text = working_copy(column, kNumberColumn);
     if (const auto value = scan_decimal(text)) tag.mode_type = static_cast<int32_t>(*value);
     if (tag.mode_type == -1) return;  // a global variable keeps its whole name
@@ -137,49 +133,60 @@ void read_mode(const char *column, kplc_tag_str &tag) noexcept {
     tag.var_type = kplc::name_class(kplc::stored_name(tag.name));
 }
 
-// `line` is the private copy, split in place; null means no columns at all.
-void parse_columns(char *line, kplc_tag_str &tag) noexcept {
-    char *cursor = line;
-    auto next_column = [&cursor]() -> const char * { return cursor == nullptr ? nullptr : strsep(&cursor, ","); };
+// Columns are cut out of the line where they stand, without copying it:
+// each is the text up to the next ',' (or the rest of the line), and after
+// the last one the line has no more columns. nullopt `line`: no columns at all.
+void parse_columns(std::optional<std::string_view> line, kplc_tag_str &tag) noexcept {
+    auto next_column = [&line]() -> Column {
+        if (!line) return std::nullopt;
+        const std::string_view rest = *line;
+        const std::size_t comma = rest.find(',');
+        if (comma == std::string_view::npos) {
+            line.reset();
+            return rest;
+        }
+        line = rest.substr(comma + 1);
+        return rest.substr(0, comma);
+    };
 
-    const char *id = next_column();
+    const Column id = next_column();
     tag.id = 0;
     if (non_empty(id)) {
-        std::string_view text = id;
+        std::string_view text = *id;
         if (const auto value = scan_decimal(text)) tag.id = static_cast<uint16_t>(*value);
     }
 
-    const char *symbol = next_column();
+    const Column symbol = next_column();
     // A symbol that does not fit the record's name field leaves it empty, so
     // that the tag cannot address some other, shorter variable; the column
     // layout still follows from the symbol being there.
     const bool has_symbol = non_empty(symbol);
-    const bool name_fits = has_symbol && kplc::rewrite_symbol(tag.name, symbol);
+    const bool name_fits = has_symbol && kplc::rewrite_symbol(tag.name, *symbol);
 
     TypeColumn type;
-    const char *third = next_column();
-    if (non_empty(third)) look_up_type(third, tag, type);
+    const Column third = next_column();
+    if (non_empty(third)) look_up_type(*third, tag, type);
     // No type in column 3: it is the rest of a two-index symbol and the type
     // follows. A line that ends before column 3 has nothing to join.
-    if (!type.found && has_symbol && third != nullptr) {
-        if (name_fits) kplc::append_name_rest(tag.name, third);
-        const char *type_column = next_column();
-        if (non_empty(type_column)) look_up_type(type_column, tag, type);
+    if (!type.found && has_symbol && third) {
+        if (name_fits) kplc::append_name_rest(tag.name, *third);
+        const Column type_column = next_column();
+        if (non_empty(type_column)) look_up_type(*type_column, tag, type);
     }
 
     tag.var_type = kplc::name_class(kplc::stored_name(tag.name));
 
-    if (const char *range = next_column(); non_empty(range)) read_range(range, tag);
-    if (const char *length = next_column(); non_empty(length)) read_length(length, type.text, tag);
+    if (const Column range = next_column(); non_empty(range)) read_range(*range, tag);
+    if (const Column length = next_column(); non_empty(length)) read_length(*length, type.text, tag);
     // The sixth column carries nothing but re-asserts the string shape.
-    if (const char *sixth = next_column(); non_empty(sixth) && is_string_type(type.text)) tag.attr = STRING;
+    if (const Column sixth = next_column(); non_empty(sixth) && is_string_type(type.text)) tag.attr = STRING;
 
     // The last column still holds the line feed, which counts towards the
     // device text's length when the device column is the last one.
-    const char *device = next_column();
-    tag.address = device == nullptr ? kplc::kNoDevice : kplc::device_class(working_copy(device, kDeviceColumn));
+    const Column device = next_column();
+    tag.address = !device ? kplc::kNoDevice : kplc::device_class(working_copy(*device, kDeviceColumn));
 
-    if (const char *mode = next_column(); non_empty(mode)) read_mode(mode, tag);
+    if (const Column mode = next_column(); non_empty(mode)) read_mode(*mode, tag);
 }
 
 }  // namespace
@@ -188,23 +195,12 @@ extern "C" {
 
 KPLC_API int kplc_pase_str(char *str, kplc_tag_str *tag) {
     if (tag == nullptr) return 0;
-    std::array<char, kLineCopy> local;
-    char *copy = nullptr;
-    bool on_heap = false;
-    if (str != nullptr) {
-        const std::size_t len = std::strlen(str);
-        if (len < local.size()) {
-            copy = local.data();
-        } else {
-            copy = static_cast<char *>(std::malloc(len + 1));
-            on_heap = true;
-        }
-        // Without a copy the line is read as having no columns at all (and a
-        // missing text the same way): id 0, name class 1, no device.
-        if (copy != nullptr) std::memcpy(copy, str, len + 1);
-    }
-    parse_columns(copy, *tag);
-    if (on_heap) std::free(copy);
+    // The line is read where it stands and never written, so it is left as it
+    // was without a private copy. A missing text has no columns at all: id 0,
+    // name class 1, no device.
+    std::optional<std::string_view> line;
+    if (str != nullptr) line = std::string_view(str);
+    parse_columns(line, *tag);
     return 0;
 }
 
