@@ -274,11 +274,12 @@ local function word_write_request(tvb, tree, names)
     return off + 2 * n
 end
 
--- The bit a mask selects: the one bit set (value 1) or the one bit clear (value 0).
+-- The bit a mask selects: the one bit set (value 1) or the one bit clear
+-- (value 0). Plain arithmetic: bit32 is missing from newer Lua versions.
 local function mask_bit(mask, value)
-    local m = (value ~= 0) and mask or bit32.band(bit32.bnot(mask), 0xFFFF)
+    local m = (value ~= 0) and mask or 0xFFFF - mask
     for b = 0, 15 do
-        if m == bit32.lshift(1, b) then return b end
+        if m == 2 ^ b then return b end
     end
     return nil
 end
@@ -505,7 +506,8 @@ local function dissect_frame(tvb, pinfo, root, conv, key)
     local data_len = tvb(0, 4):uint()
     tree:add(pf.data_len, tvb(0, 4))
     local ct = tree:add(pf.complement, tvb(4, 4))
-    if bit32.bxor(data_len, tvb(4, 4):uint()) ~= 0xFFFFFFFF then
+    -- A 32-bit value plus its complement is all ones.
+    if data_len + tvb(4, 4):uint() ~= 0xFFFFFFFF then
         ct:add_proto_expert_info(ef.bad_complement)
     end
     if data_len + 10 > len then tree:add_proto_expert_info(ef.short_frame) end
