@@ -121,10 +121,11 @@ kplc.prefs.udp_ports = Pref.range("UDP ports", "8500", "UDP ports of the PLC (se
 ------------------------------------------------------------------------------
 -- Conversation state
 
--- conv key -> { client = "addr:port", queue = {requests}, head = n, last_resolve = request }
+-- conv key -> { client = "addr:port", queue = {requests}, head, tail, last_resolve = request }
 local conversations = {}
--- "frame:offset" -> { request = record } / { response_frame = n }: what the
--- first pass learnt, so that later passes (GUI clicks) show the same pairing.
+-- "frame:offset" -> { request = record }: the request a frame is or answers,
+-- as the first pass found it, so that later passes (a click in the GUI, the
+-- second pass of tshark -2) show the same pairing.
 local pdu_info = {}
 
 local function endpoint(addr, port) return tostring(addr) .. ":" .. tostring(port) end
@@ -172,8 +173,9 @@ local function is_request(conv, pinfo, tvb)
 end
 
 ------------------------------------------------------------------------------
--- Body readers. Each takes (tvb, tree, start) and returns the offset after the
--- last byte it read, or nil once the frame ended before a field did.
+-- Body readers. Each gets one frame's tvb and the frame's tree, and returns the
+-- offset after the last byte it read, or nil once the frame ended before a
+-- field did (response readers add true when the answer was cut short).
 
 -- A field computed by the dissector rather than read from the frame.
 local function generated(tree, field, tvb, value)

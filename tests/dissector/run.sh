@@ -54,15 +54,20 @@ else
     mergecap -w "$cap" "$work/tcp.pcapng" "$work/udp.pcapng"
 fi
 
-# Every frame of the simulator's trace is one kplc frame in the capture.
+# Every frame of the simulator's trace is one kplc frame in the capture, found
+# through the port preferences and through Decode As alike.
 requests=$(cat "$work/tcp.trace" "$work/udp.trace" | grep -c '^> ' || true)
 replies=$(cat "$work/tcp.trace" "$work/udp.trace" | grep -c '^< ' || true)
-decoded=$(decode -r "$cap" "${ports[@]}" -Y kplc -T fields -E occurrence=a -E aggregator=' ' -e kplc.kind)
-got_requests=$(tr ' ' '\n' <<<"$decoded" | grep -c '^request$' || true)
-got_replies=$(tr ' ' '\n' <<<"$decoded" | grep -c '^response$' || true)
-if [ "$got_requests" -eq "$requests" ] && [ "$got_replies" -eq "$replies" ] && [ "$requests" -gt 0 ]; then ok; else
-    bad "decoded $got_requests requests and $got_replies replies; the simulator traced $requests and $replies"
-fi
+for way in prefs decode-as; do
+    args=("${ports[@]}")
+    [ $way = decode-as ] && args=(-d "tcp.port==$tcp_port,kplc" -d "udp.port==$udp_port,kplc" -o kplc.tcp_ports: -o kplc.udp_ports:)
+    kinds=$(decode -r "$cap" "${args[@]}" -Y kplc -T fields -E occurrence=a -E aggregator=' ' -e kplc.kind | tr ' ' '\n')
+    got_requests=$(grep -c '^request$' <<<"$kinds" || true)
+    got_replies=$(grep -c '^response$' <<<"$kinds" || true)
+    if [ "$got_requests" -eq "$requests" ] && [ "$got_replies" -eq "$replies" ] && [ "$requests" -gt 0 ]; then ok; else
+        bad "$way: decoded $got_requests requests and $got_replies replies; the simulator traced $requests and $replies"
+    fi
+done
 
 # No payload left to the generic data dissector, nothing malformed or flagged.
 leftover=$(decode -2 -r "$cap" "${ports[@]}" -Y \
