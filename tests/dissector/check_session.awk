@@ -67,9 +67,11 @@ FILENAME == ARGV[2] { programs[$1] = 1; nprograms++; next }
     f = $1; stream = ($2 != "" ? "tcp" $2 : "udp" $3)
     kind[f] = $4; seq[f] = $5; cmd[f] = $6; for_cmd[f] = $7; echo[f] = $8; req_in[f] = $9
     scope[f] = $10; names[f] = $11; area[f] = $12; loc[f] = $13; nwords[f] = $14; word[f] = $15
-    value[f] = $16; target[f] = $17; bitv[f] = $18; bitn[f] = $19; device[f] = $20; bitaddr[f] = $21
-    itembit[f] = $22; pnames[f] = $23; pids[f] = $24; strm[f] = stream
+    target[f] = $16; bitv[f] = $17; bitn[f] = $18; device[f] = $19; bitaddr[f] = $20
+    itembit[f] = $21; pnames[f] = $22; pids[f] = $23; strm[f] = stream
     order[++nframes] = f
+    # The driver waits for each answer, so no segment carries two frames.
+    expect(seq[f] !~ /\|/, "frame " f ": several kplc frames in one segment")
 
     if (kind[f] == "response") {
         r = req_in[f]

@@ -28,7 +28,7 @@ bad() { failed=$((failed + 1)); echo "FAIL: $*"; }
 decode() { tshark -n -X "lua_script:$lua" "$@" 2>>"$work/tshark.err"; }
 
 FIELDS=(frame.number tcp.stream udp.stream kplc.kind kplc.seq kplc.cmd kplc.for_cmd kplc.echo_cmd kplc.request_in
-    kplc.scope kplc.name kplc.area kplc.location kplc.words kplc.word kplc.value kplc.target kplc.bit_value
+    kplc.scope kplc.name kplc.area kplc.location kplc.words kplc.word kplc.target kplc.bit_value
     kplc.bit kplc.device kplc.bit_address kplc.item.bit kplc.program_name kplc.program)
 field_args=()
 for f in "${FIELDS[@]}"; do field_args+=(-e "$f"); done

@@ -72,6 +72,8 @@ kplc() { "$tool" --plc 127.0.0.1 --tags "$tags" "$@" >>"$work/tool.out" 2>&1; }
 cut -f1 "$here/writes.tsv" | xargs -d '\n' "$tool" --plc 127.0.0.1 --tags "$tags" --port "$tcp_port" write \
     >>"$work/tool.out" 2>&1
 kplc --port "$tcp_port" write Lamp=0
+# Every tag read back (the one name with a comma in it would need the file's
+# own column splitting, so it is left out).
 kplc --port "$tcp_port" read $(cut -d, -f2 "$tags" | grep -v '^Axis')
 kplc --port "$udp_port" --udp write Speed=77 Ready=1
 kplc --port "$udp_port" --udp read Speed Ready Levels
