@@ -3,12 +3,21 @@
 // Writes a tag file of --lines lines (100,000 by default) of mixed shapes into
 // a private working folder, then, for --rounds rounds, times in turn:
 //   fgets    a plain fgets() loop over the file (the floor),
-//   touch    calloc() of the record array and one write per page of it: the
-//            cost of first-touching the memory the loader must fill,
+//   touch4k  calloc() of the record array and one write per 4 KiB page of it:
+//            first-touching the memory the loader must fill, page by page,
+//   touch2m  the same with the array advised for huge pages, as the loader
+//            does it,
+//   parse    kplc_pase_str() on every line held in memory, into an array that
+//            is already touched: the parser alone,
 //   load     kplc_build_tagtable() on the file, table released afterwards.
-// Prints each round and the medians, and the ratio load / fgets. The file is
+// Prints each round and the medians, and the ratio load / fgets, in wall time
+// and in CPU time of the thread (user + system, which takes in the page
+// faults but not the time other processes hold the processor). The file is
 // read once before timing, so every round reads from the page cache.
+#include <sys/mman.h>
 #include <unistd.h>
+
+#include <time.h>
 
 #include <chrono>
 #include <cstdio>
@@ -28,6 +37,12 @@ double ms_since(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
+double cpu_ms() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) * 1e3 + static_cast<double>(ts.tv_nsec) / 1e6;
+}
+
 // Lines seen by a 256-byte fgets loop; the count keeps the loop from being optimised out.
 std::size_t fgets_lines(const char *name) {
     FILE *file = std::fopen(name, "r");
@@ -39,15 +54,34 @@ std::size_t fgets_lines(const char *name) {
     return lines;
 }
 
-std::size_t touch_records(std::size_t count) {
+std::size_t touch_records(std::size_t count, bool huge) {
     auto *table = static_cast<unsigned char *>(std::calloc(count, sizeof(kplc_tag_str)));
     if (table == nullptr) return 0;
     const std::size_t bytes = count * sizeof(kplc_tag_str);
+    if (huge) {
+        constexpr uintptr_t kHuge = uintptr_t{2} << 20;
+        const auto start = reinterpret_cast<uintptr_t>(table);
+        const uintptr_t first = (start + kHuge - 1) & ~(kHuge - 1);
+        const uintptr_t last = (start + bytes) & ~(kHuge - 1);
+        if (last > first) (void)::madvise(reinterpret_cast<void *>(first), last - first, MADV_HUGEPAGE);
+    }
     const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     for (std::size_t at = 0; at < bytes; at += page) table[at] = 1;
     const std::size_t sum = table[bytes / 2];
     std::free(table);
     return sum;
+}
+
+// Lines of the file, each zero-terminated with its line feed, as the loader
+// hands them to the parser.
+std::vector<std::string> split_lines(const std::string &text) {
+    std::vector<std::string> lines;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = text.find('\n', at) + 1;
+        lines.emplace_back(text, at, end - at);
+        at = end;
+    }
+    return lines;
 }
 
 }  // namespace
@@ -74,21 +108,41 @@ int main(int argc, char **argv) {
     std::printf("tag file: %zu lines, %zu bytes; record array %zu x %zu bytes = %.1f MB\n", lines, text.size(),
                 lines, sizeof(kplc_tag_str), static_cast<double>(lines * sizeof(kplc_tag_str)) / 1e6);
 
-    std::vector<double> floor_ms, touch_ms, load_ms, ratios;
-    std::printf("%6s %10s %10s %10s %8s\n", "round", "fgets ms", "touch ms", "load ms", "ratio");
+    std::vector<std::string> in_memory = split_lines(text);
+    std::vector<kplc_tag_str> parsed(lines);
+    std::vector<double> floor_ms, touch_ms, huge_ms, parse_ms, load_ms, ratios, floor_cpu, huge_cpu, parse_cpu,
+        load_cpu;
+    std::printf("%6s %9s %9s %9s %9s %9s %7s\n", "round", "fgets", "touch4k", "touch2m", "parse", "load", "ratio");
     for (int r = 0; r < rounds; ++r) {
+        double cpu0 = cpu_ms();
         auto start = Clock::now();
         const std::size_t seen = fgets_lines(name.c_str());
         const double f = ms_since(start);
+        floor_cpu.push_back(cpu_ms() - cpu0);
 
         start = Clock::now();
-        const std::size_t touched = touch_records(lines);
+        std::size_t touched = touch_records(lines, false);
         const double t = ms_since(start);
 
+        cpu0 = cpu_ms();
+        start = Clock::now();
+        touched += touch_records(lines, true);
+        const double h = ms_since(start);
+        huge_cpu.push_back(cpu_ms() - cpu0);
+
+        std::memset(static_cast<void *>(parsed.data()), 0, parsed.size() * sizeof(kplc_tag_str));
+        cpu0 = cpu_ms();
+        start = Clock::now();
+        for (std::size_t i = 0; i < lines; ++i) kplc_pase_str(in_memory[i].data(), &parsed[i]);
+        const double p = ms_since(start);
+        parse_cpu.push_back(cpu_ms() - cpu0);
+
+        cpu0 = cpu_ms();
         start = Clock::now();
         kplc_tag_str *table = nullptr;
         const u32 loaded = kplc_build_tagtable(&table, name.data());
         const double l = ms_since(start);
+        load_cpu.push_back(cpu_ms() - cpu0);
         std::free(table);
 
         if (seen != lines || loaded != lines || touched != 0) {
@@ -97,14 +151,21 @@ int main(int argc, char **argv) {
         }
         floor_ms.push_back(f);
         touch_ms.push_back(t);
+        huge_ms.push_back(h);
+        parse_ms.push_back(p);
         load_ms.push_back(l);
         ratios.push_back(l / f);
-        std::printf("%6d %10.2f %10.2f %10.2f %8.2f\n", r, f, t, l, l / f);
+        std::printf("%6d %9.2f %9.2f %9.2f %9.2f %9.2f %7.2f\n", r, f, t, h, p, l, l / f);
     }
     using kplc::bench::percentile;
-    const double f = percentile(floor_ms, 50), t = percentile(touch_ms, 50), l = percentile(load_ms, 50);
-    std::printf("median %10.2f %10.2f %10.2f %8.2f  (ratio of medians; per-round ratios %.2f..%.2f)\n", f, t, l,
-                l / f, percentile(ratios, 0), percentile(ratios, 100));
+    const double f = percentile(floor_ms, 50), t = percentile(touch_ms, 50), h = percentile(huge_ms, 50);
+    const double p = percentile(parse_ms, 50), l = percentile(load_ms, 50);
+    std::printf("median %9.2f %9.2f %9.2f %9.2f %9.2f %7.2f  (ms; ratio load/fgets of medians)\n", f, t, h, p, l,
+                l / f);
+    std::printf("per-round ratios %.2f..%.2f\n", percentile(ratios, 0), percentile(ratios, 100));
+    const double fc = percentile(floor_cpu, 50), lc = percentile(load_cpu, 50);
+    std::printf("cpu time (median): fgets %.2f ms, touch2m %.2f ms, parse %.2f ms, load %.2f ms, ratio load/fgets %.2f\n",
+                fc, percentile(huge_cpu, 50), percentile(parse_cpu, 50), lc, lc / fc);
     std::printf("load per line: %.0f ns; fgets per line: %.0f ns\n", l * 1e6 / static_cast<double>(lines),
                 f * 1e6 / static_cast<double>(lines));
     return 0;
