@@ -107,7 +107,7 @@ local ef = {
         expert.group.UNDECODED, expert.severity.WARN),
     refused = ProtoExpert.new("kplc.expert.refused", "PLC refused the request (non-zero status)",
         expert.group.RESPONSE_CODE, expert.severity.WARN),
-    missing_items = ProtoExpert.new("kplc.expert.missing_items", "Response holds fewer items than the request asked for",
+    missing_items = ProtoExpert.new("kplc.expert.missing_items", "Response holds fewer items or values than the request asked for",
         expert.group.RESPONSE_CODE, expert.severity.WARN),
     unpaired = ProtoExpert.new("kplc.expert.unpaired", "Response without a request in this capture",
         expert.group.SEQUENCE, expert.severity.NOTE),
