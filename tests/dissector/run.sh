@@ -89,7 +89,7 @@ fi
 # --- 2. hand-made frames ----------------------------------------------------
 # frames.txt: "tcp|udp  > or <  EXPECT  hex..." per segment, where EXPECT is
 # the expert info the frame must carry, "-" for none, or "+" for a segment
-# that only continues a frame (checked through the frame it completes).
+# that holds only the start of a frame and must wait for the rest.
 sed -n 's/^\(tcp\|udp\) \([<>]\) \([-+a-z_]*\) \(.*\)$/\1 \2 \3 \4/p' "$here/frames.txt" >"$work/frames"
 for proto in tcp udp; do
     opt=-T
