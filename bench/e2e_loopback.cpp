@@ -10,6 +10,11 @@
 // decoding) and its transport discipline (a non-waiting poll to drain stale
 // input and a timed wait before every read).
 //
+// A third client, "polled", is the floor with the driver's transport
+// discipline added (a non-waiting poll before each send, a waiting poll before
+// each recv): it separates what those system calls cost from what the
+// driver's own code costs.
+//
 // Driver and floor run in alternating blocks, so that load from other work on
 // the machine falls on both alike. Every configuration runs twice: as the
 // sockets come (Nagle's algorithm on) and with TCP_NODELAY set on the client
@@ -132,9 +137,14 @@ public:
 
     // One exchange; returns the reply's length. A reply that arrives in
     // pieces is read to `expect` bytes (0: take one read, as the driver does).
-    std::size_t exchange(std::span<const uint8_t> frame, std::size_t expect = 0) {
+    // `polled`: drain-check with a non-waiting poll before the send and wait
+    // with poll before the read, as the driver's transport does.
+    std::size_t exchange(std::span<const uint8_t> frame, std::size_t expect = 0, bool polled = false) {
+        pollfd p{fd_, POLLIN, 0};
+        if (polled && ::poll(&p, 1, 0) != 0) fail("stale input on the floor's connection");
         if (::send(fd_, frame.data(), frame.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size()))
             fail("floor send failed");
+        if (polled && ::poll(&p, 1, 1000) != 1) fail("no reply within 1 s");
         std::size_t got = 0;
         do {
             const ssize_t n = ::recv(fd_, reply_.data() + got, reply_.size() - got, 0);
@@ -232,7 +242,7 @@ struct Result {
     std::string name;
     std::size_t tags = 0;
     bool nodelay = false;
-    Series driver, floor;
+    Series driver, floor, polled;
     FramePair frames;
     std::vector<double> replay_ns;  // driver's own time per call, per block of calls
 };
@@ -360,10 +370,16 @@ int main(int argc, char **argv) {
                 client.exchange(f.second, f.second_reply);
             };
 
+            auto polled_call = [&] {
+                client.exchange(f.first, f.first_reply, true);
+                client.exchange(f.second, f.second_reply, true);
+            };
+
             for (int round = 0; round < opt.rounds; ++round) {
                 if (n == 0) r.driver.run_block(opt.calls, driver_write);
                 else r.driver.run_block(opt.calls, driver_read);
                 r.floor.run_block(opt.calls, floor_call);
+                r.polled.run_block(opt.calls, polled_call);
             }
             // The driver's own work, once per series (Nagle cannot matter here).
             if (!nodelay || opt.nodelay_only) {
@@ -395,19 +411,22 @@ int main(int argc, char **argv) {
     for (const Result &r : results) {
         print_series("driver", r, r.driver);
         print_series("floor", r, r.floor);
+        print_series("polled", r, r.polled);
     }
-    std::printf("\n%-7s %-7s %9s %9s %10s %9s %s\n", "series", "Nagle", "ratio_med", "ratio_p99", "ratio_mean",
-                "cpu+_us", "frames (request/reply bytes)");
+    std::printf("\nratios driver/floor (median, p99, mean latency); polled/floor and driver/polled medians\n");
+    std::printf("%-7s %-7s %9s %9s %10s %11s %11s %9s %s\n", "series", "Nagle", "ratio_med", "ratio_p99", "ratio_mean",
+                "polled/floor", "drv/polled", "cpu+_us", "frames (request/reply bytes)");
     for (const Result &r : results) {
-        Series d = r.driver, f = r.floor;
+        Series d = r.driver, f = r.floor, q = r.polled;
+        const double qm = percentile(q.us, 50);
         const double dm = percentile(d.us, 50), fm = percentile(f.us, 50);
         const double dp = percentile(d.us, 99), fp = percentile(f.us, 99);
         const auto dc = static_cast<double>(d.us.size()), fc = static_cast<double>(f.us.size());
         const double thr = (d.wall_us / dc) / (f.wall_us / fc);  // mean latency ratio
         // The driver's CPU time per call beyond the floor's (user + system).
         const double extra = (d.user_us + d.sys_us) / dc - (f.user_us + f.sys_us) / fc;
-        std::printf("%-7s %-7s %9.3f %9.3f %10.3f %9.2f %zu/%zu, %zu/%zu\n", r.name.c_str(),
-                    r.nodelay ? "off" : "on", dm / fm, dp / fp, thr, extra, r.frames.first.size(),
+        std::printf("%-7s %-7s %9.3f %9.3f %10.3f %11.3f %11.3f %9.2f %zu/%zu, %zu/%zu\n", r.name.c_str(),
+                    r.nodelay ? "off" : "on", dm / fm, dp / fp, thr, qm / fm, dm / qm, extra, r.frames.first.size(),
                     r.frames.first_reply, r.frames.second.size(), r.frames.second_reply);
     }
     std::printf("\none non-waiting poll() on the client socket: %.2f us\n", poll_ns / 1e3);
