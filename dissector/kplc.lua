@@ -186,10 +186,9 @@ end
 
 local function need(tvb, off, n) return off + n <= tvb:len() end
 
-local function add_name(tree, tvb, off, units)
-    local range = tvb(off, 2 * units)
-    local text = units > 0 and range:ustring() or ""
-    return tree:add(pf.name, range, text), text
+-- Names travel as UTF-16 code units, high byte first.
+local function utf16(tvb, off, units)
+    return units > 0 and tvb(off, 2 * units):ustring() or ""
 end
 
 -- Symbol resolve: 00 01, scope block (00 00 global, 01 01 00 P 00 00 00 00 for
@@ -220,11 +219,11 @@ local function symbol_resolve_request(tvb, tree, rec)
         if not need(tvb, off, 2) then return nil end
         local units = tvb(off, 2):uint()
         if not need(tvb, off + 2, 2 * units) then return nil end
-        local text = units > 0 and tvb(off + 2, 2 * units):ustring() or ""
+        local text = utf16(tvb, off + 2, units)
         local st = tree:add(pf.symbol, tvb(off, 2 + 2 * units), text)
         st:set_text(string.format("Symbol %d: %s", k, text))
         st:add(pf.symbol_units, tvb(off, 2))
-        add_name(st, tvb, off + 2, units)
+        if units > 0 then st:add(pf.name, tvb(off + 2, 2 * units), text) end
         rec.names[k] = text
         off = off + 2 + 2 * units
     end
@@ -243,7 +242,7 @@ local function read_by_location_request(tvb, tree, rec, names)
     for k = 1, n do
         if not need(tvb, off, 8) then return nil end
         local area, words, loc = tvb(off + 1, 1):uint(), tvb(off + 2, 2):uint(), tvb(off + 4, 4):uint()
-        local st = tree:add(kplc, tvb(off, 8), string.format("Location entry %d: area 0x%02x, %d word(s) at 0x%08x",
+        local st = tree:add(tvb(off, 8), string.format("Location entry %d: area 0x%02x, %d word(s) at 0x%08x",
             k, area, words, loc))
         st:add(pf.area, tvb(off + 1, 1))
         st:add(pf.words, tvb(off + 2, 2))
@@ -335,7 +334,7 @@ local function catalogue_response(tvb, tree)
         local size = (l < 2) and 6 or l + 4
         if not need(tvb, s, size) then return nil end
         local id = tvb(s + 4, 1):uint()
-        local text = bytes >= 2 and tvb(s + 5, bytes - bytes % 2):ustring() or ""
+        local text = utf16(tvb, s + 5, math.floor(bytes / 2))
         local st = tree:add(pf.program_entry, tvb(s, size), text)
         st:set_text(string.format("Program %d: id %d, %s", k, id, text))
         st:add(pf.program, tvb(s + 4, 1))
