@@ -153,17 +153,22 @@ public:
         port_ = server_->port();
     }
     void stop() {
-        if (server_) server_->stop();
+        if (server_) {
+            server_->stop();
+            accepted_ += server_->connections();
+        }
         server_.reset();
     }
     [[nodiscard]] uint16_t port() const { return port_; }
     sim::Plc &plc() { return plc_; }
-    [[nodiscard]] std::size_t requests() const { return server_ ? server_->requests() : 0; }
+    // Connections accepted by the servers run so far (across restarts).
+    [[nodiscard]] std::size_t connections() const { return accepted_ + (server_ ? server_->connections() : 0); }
 
 private:
     sim::Plc plc_;
     std::unique_ptr<sim::Server> server_;
     uint16_t port_ = 0;
+    std::size_t accepted_ = 0;
 };
 
 // Wall time of one call, in milliseconds.
