@@ -111,9 +111,11 @@ local ef = {
         expert.group.RESPONSE_CODE, expert.severity.WARN),
     unpaired = ProtoExpert.new("kplc.expert.unpaired", "Response without a request in this capture",
         expert.group.SEQUENCE, expert.severity.NOTE),
+    seq_mismatch = ProtoExpert.new("kplc.expert.seq_mismatch", "Sequence number differs from the request's",
+        expert.group.SEQUENCE, expert.severity.NOTE),
 }
 kplc.experts = { ef.bad_complement, ef.bad_length, ef.truncated, ef.short_frame, ef.trailing, ef.unknown_cmd,
-    ef.refused, ef.missing_items, ef.unpaired }
+    ef.refused, ef.missing_items, ef.unpaired, ef.seq_mismatch }
 
 kplc.prefs.tcp_ports = Pref.range("TCP ports", "8500", "TCP ports of the PLC (server side)", 65535)
 kplc.prefs.udp_ports = Pref.range("UDP ports", "8500", "UDP ports of the PLC (server side)", 65535)
@@ -480,6 +482,9 @@ local function dissect_response(tvb, pinfo, tree, conv, key)
     end
     generated(tree, pf.request_in, tvb, req.frame)
     generated(tree, pf.for_cmd, tvb, req.cmd)
+    -- The driver pairs by order and never compares the numbers; a PLC that
+    -- answers with another request's number has lost step with the panel.
+    if tvb(8, 2):uint() ~= req.seq then tree:add_proto_expert_info(ef.seq_mismatch) end
 
     local stop, partial
     if req.cmd == 0x0C25 then
