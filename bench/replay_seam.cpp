@@ -1,7 +1,7 @@
 // Definitions of send, recv and poll that take precedence over the C
 // library's in the benchmark program (the driver's static archive calls them
-// by name). No system header that declares them is included, so that their
-// exception specifications need not match the C library's.
+// by name). No system header that declares them is included, so that these
+// definitions need not repeat the C library's noexcept markings.
 #include "replay_seam.hpp"
 
 #include <dlfcn.h>
