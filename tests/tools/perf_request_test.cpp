@@ -74,6 +74,8 @@ protected:
         instance_ = std::make_unique<kplc::testkit::Instance>(kLoopback, server_->port(), 1);
     }
     void TearDown() override {
+        // Loaded tag tables live as long as the process; release this test's.
+        kplc::testkit::release_tag_tables();
         instance_.reset();
         server_->stop();
     }
