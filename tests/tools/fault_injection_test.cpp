@@ -112,6 +112,9 @@ struct PlcFault {
     bool link_lost;              // every read during the fault ends with the link down
 };
 
+// gtest names the case by its name (the record has padding it must not print).
+void PrintTo(const PlcFault &fault, std::ostream *os) { *os << fault.name; }
+
 class PlcFaults : public Fault, public ::testing::WithParamInterface<PlcFault> {};
 
 TEST_P(PlcFaults, ReadsFailAsDocumentedAndTheFirstReadOnAHealthyPlcSucceeds) {
