@@ -49,17 +49,17 @@ const TagSet &tags() {
     return set;
 }
 
-Selection select(std::string_view spec) {
-    Lookup found = tags().find(spec);
+Selection select(std::string_view query) {
+    Lookup found = tags().find(query);
     if (!found.selection) throw std::runtime_error(found.error);
     return *found.selection;
 }
 
-const Tag &tag_of(std::string_view spec) { return tags().tags()[select(spec).tag]; }
+const Tag &tag_of(std::string_view query) { return tags().tags()[select(query).tag]; }
 
-std::vector<uint8_t> encode(std::string_view spec, std::string_view text) {
+std::vector<uint8_t> encode(std::string_view query, std::string_view text) {
     std::string error;
-    auto bytes = encode_element(tag_of(spec), text, error);
+    auto bytes = encode_element(tag_of(query), text, error);
     if (!bytes) throw std::runtime_error(error);
     return *bytes;
 }
@@ -91,7 +91,7 @@ TEST(CliTagFile, NumbersTagsExactlyAsTheDriversLoaderDoes) {
 
 TEST(CliLookup, FindsTagsByNameIdAndElement) {
     struct Case {
-        std::string spec;
+        std::string query;
         uint16_t id;
         uint32_t first, count;
         std::string label;
@@ -116,8 +116,8 @@ TEST(CliLookup, FindsTagsByNameIdAndElement) {
         {"Neg[2]", 10, 4, 1, "Neg[2]"},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.spec);
-        const Lookup found = tags().find(c.spec);
+        SCOPED_TRACE(c.query);
+        const Lookup found = tags().find(c.query);
         ASSERT_TRUE(found.selection) << found.error;
         EXPECT_EQ(tags().tags()[found.selection->tag].id, c.id);
         EXPECT_EQ(found.selection->first, c.first);
@@ -138,10 +138,10 @@ TEST(CliLookup, RefusesWhatNamesNoElement) {
         {"Speed[x]", "bad index"},
         {"Speed[]", "bad index"},
     };
-    for (const auto &[spec, message] : cases) {
-        const Lookup found = tags().find(spec);
-        EXPECT_FALSE(found.selection) << spec;
-        EXPECT_THAT(found.error, HasSubstr(message)) << spec;
+    for (const auto &[query, message] : cases) {
+        const Lookup found = tags().find(query);
+        EXPECT_FALSE(found.selection) << query;
+        EXPECT_THAT(found.error, HasSubstr(message)) << query;
     }
 }
 
@@ -262,7 +262,7 @@ TEST(CliValues, ShowsWholeArraysAsNestedLists) {
 
 TEST(CliPlan, AddressesElementsInTheReadPathsUnits) {
     struct Case {
-        std::string spec;
+        std::string query;
         uint32_t addr, nums;
     };
     // BOOL: bits; numbers: bytes; strings: bytes of the flattened array.
@@ -272,13 +272,13 @@ TEST(CliPlan, AddressesElementsInTheReadPathsUnits) {
         {"Lamp", 0, 1},     {"Note", 0, 40},
     };
     for (const Case &c : cases) {
-        const Selection sel = select(c.spec);
+        const Selection sel = select(c.query);
         const ReadPlan plan = plan_reads(tags(), std::vector{sel});
         ASSERT_TRUE(plan.error.empty()) << plan.error;
-        ASSERT_EQ(plan.batches.size(), 1u) << c.spec;
-        ASSERT_EQ(plan.batches[0].size(), 1u) << c.spec;
-        EXPECT_EQ(plan.batches[0][0].reg_addr, c.addr) << c.spec;
-        EXPECT_EQ(plan.batches[0][0].reg_nums, c.nums) << c.spec;
+        ASSERT_EQ(plan.batches.size(), 1u) << c.query;
+        ASSERT_EQ(plan.batches[0].size(), 1u) << c.query;
+        EXPECT_EQ(plan.batches[0][0].reg_addr, c.addr) << c.query;
+        EXPECT_EQ(plan.batches[0][0].reg_nums, c.nums) << c.query;
     }
 }
 

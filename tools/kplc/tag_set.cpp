@@ -168,33 +168,33 @@ TagSet TagSet::parse(std::string_view contents, ParseLine parser) {
     return set;
 }
 
-std::optional<std::size_t> TagSet::find_base(std::string_view spec) const {
-    spec = trim(spec);
-    if (spec.empty()) return std::nullopt;
-    if (std::all_of(spec.begin(), spec.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+std::optional<std::size_t> TagSet::find_base(std::string_view query) const {
+    query = trim(query);
+    if (query.empty()) return std::nullopt;
+    if (std::all_of(query.begin(), query.end(), [](char c) { return c >= '0' && c <= '9'; })) {
         unsigned long id = 0;
-        auto [end, ec] = std::from_chars(spec.data(), spec.data() + spec.size(), id);
+        auto [end, ec] = std::from_chars(query.data(), query.data() + query.size(), id);
         if (ec != std::errc{} || id < 1 || id > tags_.size()) return std::nullopt;
         return id - 1;
     }
     for (std::size_t i = 0; i < tags_.size(); ++i)
-        if (tags_[i].label == spec) return i;
-    const std::string want = normalised(spec);
+        if (tags_[i].label == query) return i;
+    const std::string want = normalised(query);
     for (std::size_t i = 0; i < tags_.size(); ++i)
         if (normalised(tags_[i].label) == want) return i;
     return std::nullopt;
 }
 
-Lookup TagSet::find(std::string_view spec) const {
-    spec = trim(spec);
-    if (auto base = find_base(spec)) {
+Lookup TagSet::find(std::string_view query) const {
+    query = trim(query);
+    if (auto base = find_base(query)) {
         const Tag &tag = tags_[*base];
         if (!tag.shape) return {std::nullopt, cat("tag '", tag.label, "' has array bounds that cannot be addressed")};
         return {Selection{*base, 0, tag.shape->elements, true, tag.label}, {}};
     }
     // Peel index groups off the end until the rest names a tag: "Grid[1][2]"
     // tries "Grid[1]" with [2], then "Grid" with [1][2].
-    std::string_view rest = spec;
+    std::string_view rest = query;
     std::string groups;
     std::optional<std::size_t> base;
     while (!base && rest.size() > 2 && rest.back() == ']') {
@@ -205,23 +205,23 @@ Lookup TagSet::find(std::string_view spec) const {
         rest = rest.substr(0, open);
         base = find_base(rest);
     }
-    if (!base) return {std::nullopt, cat("unknown tag '", spec, "' (see 'kplc list')")};
+    if (!base) return {std::nullopt, cat("unknown tag '", query, "' (see 'kplc list')")};
 
     const Tag &tag = tags_[*base];
     if (!tag.shape) return {std::nullopt, cat("tag '", tag.label, "' has array bounds that cannot be addressed")};
     const Shape &shape = *tag.shape;
-    if (shape.dims == 0) return {std::nullopt, cat("tag '", tag.label, "' is not an array: '", spec, "'")};
+    if (shape.dims == 0) return {std::nullopt, cat("tag '", tag.label, "' is not an array: '", query, "'")};
     const auto indices = parse_indices(groups);
-    if (!indices) return {std::nullopt, cat("bad index in '", spec, "'")};
+    if (!indices) return {std::nullopt, cat("bad index in '", query, "'")};
     if (indices->size() != shape.dims)
-        return {std::nullopt, cat("tag '", tag.label, "' has ", shape.dims, " dimension(s), '", spec, "' gives ",
+        return {std::nullopt, cat("tag '", tag.label, "' has ", shape.dims, " dimension(s), '", query, "' gives ",
                                   indices->size(), " index(es)")};
     uint64_t offset = 0;
     for (unsigned d = 0; d < shape.dims; ++d) {
         const int64_t i = (*indices)[d];
         if (i < shape.lo[d] || i > shape.hi[d])
             return {std::nullopt,
-                    cat("index ", i, " of '", spec, "' is outside ", shape.lo[d], "..", shape.hi[d])};
+                    cat("index ", i, " of '", query, "' is outside ", shape.lo[d], "..", shape.hi[d])};
         offset = offset * shape.size[d] + static_cast<uint64_t>(i - shape.lo[d]);
     }
     const auto e = static_cast<uint32_t>(offset);

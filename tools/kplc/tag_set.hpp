@@ -75,10 +75,10 @@ public:
     // it or as the tag file spells it ("Main.Step", "Axis[2,3]",
     // "Cell[1][2].Val"), optionally followed by the index of one array element
     // ("Speed[3]", "Grid[1,2]" or "Grid[1][2]", "Title[0]").
-    [[nodiscard]] Lookup find(std::string_view spec) const;
+    [[nodiscard]] Lookup find(std::string_view query) const;
 
 private:
-    std::optional<std::size_t> find_base(std::string_view spec) const;
+    std::optional<std::size_t> find_base(std::string_view query) const;
     std::vector<Tag> tags_;
 };
 
