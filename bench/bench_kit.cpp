@@ -72,6 +72,19 @@ std::string mixed_tags(std::size_t count) {
     return text;
 }
 
+std::vector<kplc_tag_str> parse_table(const std::string &text) {
+    std::vector<kplc_tag_str> table;
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t end = text.find('\n', at);
+        end = end == std::string::npos ? text.size() : end + 1;
+        std::string line = text.substr(at, end - at);
+        table.push_back(kplc_tag_str{});
+        kplc_pase_str(line.data(), &table.back());
+        at = end;
+    }
+    return table;
+}
+
 Driver::Driver(uint16_t tcp_port, uint16_t timeout_s) {
     port.prop._sizeExtra = static_cast<U16>(sizeof port.extra);
     port.prop._baud = kLoopbackAddress;

@@ -39,6 +39,10 @@ std::string dint_tags(std::size_t count);
 // bit devices, program-local tags and two-index names.
 std::string mixed_tags(std::size_t count);
 
+// The records kplc_pase_str makes of each line of `text`, in order (what the
+// loader would hold for the same file).
+std::vector<kplc_tag_str> parse_table(const std::string &text);
+
 // The runtime's port record with the extra records behind it.
 struct Port {
     CommunicationProperty prop{};

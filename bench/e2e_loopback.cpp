@@ -314,19 +314,7 @@ int main(int argc, char **argv) {
     server.start();
 
     // The planner needs the tag records the driver will load from the same file.
-    std::vector<kplc_tag_str> table(kTags);
-    {
-        std::string copy = tags;
-        char *line = copy.data();
-        for (auto &tag : table) {
-            char *end = std::strchr(line, '\n');
-            const char saved = end[1];
-            end[1] = '\0';
-            kplc_pase_str(line, &tag);
-            end[1] = saved;
-            line = end + 1;
-        }
-    }
+    std::vector<kplc_tag_str> table = kplc::bench::parse_table(tags);
 
     kplc::bench::Driver driver(server.port(), 1);
     RawClient client(server.port());

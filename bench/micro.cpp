@@ -47,23 +47,8 @@ struct Batch {
 
 struct World {
     std::string text = dint_tags(kTableSize);
-    std::vector<kplc_tag_str> table;
+    std::vector<kplc_tag_str> table = kplc::bench::parse_table(text);
     kplc::sim::Plc plc{text};
-
-    World() {
-        table.resize(kTableSize);
-        std::vector<char> lines(text.begin(), text.end());
-        lines.push_back('\0');
-        char *line = lines.data();
-        for (auto &tag : table) {
-            char *end = std::strchr(line, '\n');
-            const char saved = end[1];
-            end[1] = '\0';
-            kplc_pase_str(line, &tag);
-            end[1] = saved;
-            line = end + 1;
-        }
-    }
 
     // Plans and builds the batch's frames and fetches the simulator's replies.
     // False when the pass cannot carry n requests in 4096-byte exchanges.
