@@ -69,6 +69,7 @@ protected:
         instance_ = std::make_unique<testkit::Instance>(kPlcAddress, plc_->port(), kTimeoutS);
     }
     void TearDown() override {
+        testkit::release_tag_tables();
         instance_.reset();
         plc_.reset();
     }
@@ -281,6 +282,7 @@ protected:
         });
         instance_ = std::make_unique<testkit::Instance>(kPlcAddress, fake_.port(), kTimeoutS);
     }
+    void TearDown() override { testkit::release_tag_tables(); }
 
     sim::Plc plc_{kTags};
     std::atomic<Damage> damage_{Damage::None};
