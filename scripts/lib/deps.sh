@@ -29,4 +29,4 @@ kplc_install_packages() {
 
 # What building the driver, its tools and its tests needs.
 KPLC_BUILD_PACKAGES=(g++ cmake ninja-build make binutils libgtest-dev libgmock-dev libbenchmark-dev
-    iproute2 procps g++-arm-linux-gnueabihf tshark)
+    iproute2 procps g++-arm-linux-gnueabihf googletest qemu-user dpkg-dev pkg-config file tshark clang-14 libclang-rt-14-dev valgrind)
