@@ -8,7 +8,10 @@
 // that finds the link down starts it again and succeeds.
 #include <sys/ioctl.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
+#include <string>
 #include <set>
 
 #include "testkit/fake_plc.hpp"
@@ -125,8 +128,12 @@ TEST_P(PlcFaults, ReadsFailAsDocumentedAndTheFirstReadOnAHealthyPlcSucceeds) {
     expect_healthy(batch, read(batch, ms));
 
     plc_->start(fault.options);
+    std::string seen;
+    long slowest = 0;
     for (int call = 0; call < 4; ++call) {
         const unsigned rc = read(batch, ms);
+        seen += std::to_string(rc) + " ";
+        slowest = std::max(slowest, ms);
         expect_documented_failure(batch, rc, fault.results);
         EXPECT_LE(ms, kReadBoundMs) << "call " << call;
         if (fault.link_lost && call > 0) {
@@ -143,6 +150,8 @@ TEST_P(PlcFaults, ReadsFailAsDocumentedAndTheFirstReadOnAHealthyPlcSucceeds) {
     const unsigned rc = read(batch, ms);
     expect_healthy(batch, rc);
     EXPECT_LE(ms, kReadBoundMs);
+    std::printf("fault %s: reads returned %s(slowest %ld ms); first read on the healthy PLC %u in %ld ms\n",
+                fault.name, seen.c_str(), slowest, rc, ms);
 }
 
 TEST_P(PlcFaults, WritesFailAsDocumentedAndTheFirstWriteOnAHealthyPlcSucceeds) {
@@ -153,8 +162,12 @@ TEST_P(PlcFaults, WritesFailAsDocumentedAndTheFirstWriteOnAHealthyPlcSucceeds) {
     ASSERT_EQ(write(e2e::kSpeed, hex("07 00"), ms, intact), ER_OK);
 
     plc_->start(fault.options);
+    std::string seen;
+    long slowest = 0;
     for (int call = 0; call < 3; ++call) {
         const unsigned rc = write(e2e::kSpeed, hex("08 00"), ms, intact);
+        seen += std::to_string(rc) + " ";
+        slowest = std::max(slowest, ms);
         EXPECT_TRUE(rc == ER_OK || rc == ER_TIMEOUT || rc == ER_INVALID) << rc;
         EXPECT_TRUE(intact);
         EXPECT_LE(ms, kWriteBoundMs) << "call " << call;
@@ -165,6 +178,8 @@ TEST_P(PlcFaults, WritesFailAsDocumentedAndTheFirstWriteOnAHealthyPlcSucceeds) {
     ASSERT_EQ(write(e2e::kSpeed, hex("09 00"), ms, intact), ER_OK);
     EXPECT_TRUE(intact);
     EXPECT_LE(ms, kWriteBoundMs);
+    std::printf("fault %s: writes returned %s(slowest %ld ms); first write on the healthy PLC 0 in %ld ms\n",
+                fault.name, seen.c_str(), slowest, ms);
     EXPECT_EQ(plc_->plc().peek(sim::kGlobal, "Speed", 2), hex("00 09"));
 }
 
@@ -255,6 +270,16 @@ TEST_F(Fault, ConnectionRefusedFailsAtOnceAndTheLinkStartsWhenThePlcIsBack) {
 // stops must succeed.
 enum class Damage { None, Cut, Scrambled, Oversized, Trailing };
 
+const char *name_of(Damage d) {
+    switch (d) {
+        case Damage::Cut: return "cut";
+        case Damage::Scrambled: return "scrambled";
+        case Damage::Oversized: return "oversized";
+        case Damage::Trailing: return "trailing_frame";
+        default: return "none";
+    }
+}
+
 class ReplyFaults : public ::testing::TestWithParam<Damage> {
 protected:
     void SetUp() override {
@@ -298,8 +323,10 @@ TEST_P(ReplyFaults, DamagedRepliesFailAsDocumentedAndTheNextCallSucceeds) {
     expect_healthy(batch, timed([&] { return batch.read(instance_->drv, &instance_->port.prop); }, ms));
 
     damage_ = GetParam();
+    std::string seen;
     for (int call = 0; call < 4; ++call) {
         const unsigned rc = timed([&] { return batch.read(instance_->drv, &instance_->port.prop); }, ms);
+        seen += std::to_string(rc) + " ";
         expect_documented_failure(batch, rc, {ER_OK, ER_TIMEOUT, ER_INVALID});
         EXPECT_LE(ms, kReadBoundMs);
         bool intact = false;
@@ -308,7 +335,9 @@ TEST_P(ReplyFaults, DamagedRepliesFailAsDocumentedAndTheNextCallSucceeds) {
         EXPECT_TRUE(wrc == ER_OK || wrc == ER_TIMEOUT || wrc == ER_INVALID) << wrc;
         EXPECT_TRUE(intact);
         EXPECT_LE(ms, kWriteBoundMs);
+        seen += "w" + std::to_string(wrc) + " ";
     }
+    std::printf("damaged replies %s: read, write results %s\n", name_of(GetParam()), seen.c_str());
     if (GetParam() == Damage::Cut) {
         EXPECT_TRUE(link_up()) << "short replies do not take the link down";
     }
@@ -322,15 +351,7 @@ TEST_P(ReplyFaults, DamagedRepliesFailAsDocumentedAndTheNextCallSucceeds) {
 
 INSTANTIATE_TEST_SUITE_P(LiveConnection, ReplyFaults,
                          ::testing::Values(Damage::Cut, Damage::Scrambled, Damage::Oversized, Damage::Trailing),
-                         [](const auto &info) {
-                             switch (info.param) {
-                                 case Damage::Cut: return "cut";
-                                 case Damage::Scrambled: return "scrambled";
-                                 case Damage::Oversized: return "oversized";
-                                 case Damage::Trailing: return "trailing_frame";
-                                 default: return "none";
-                             }
-                         });
+                         [](const auto &info) { return std::string(name_of(info.param)); });
 
 // A stray frame that arrives after the answer it follows (a late duplicate)
 // is drained before the next request instead of being taken for its answer.
