@@ -76,6 +76,24 @@ unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV
     return rd::decode_values(plan, *values, bufs);
 }
 
+// Whether any request of the batch is read or reported by the pass of `scope`.
+// The passes of scopes nobody asked for (most of the nine) then cost neither
+// an exchange nor building a plan.
+bool scope_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs, int32_t scope,
+                  std::span<const kplc::Local_MSG> catalogue) noexcept {
+    for (const Reg &reg : regs) {
+        // Unknown tag ids belong to no scope; the global pass reports them.
+        if (reg.regId == 0 || reg.regId > table.size()) {
+            if (scope == kplc::proto::kGlobalScope) return true;
+            continue;
+        }
+        kplc_tag_str &tag = table[reg.regId - 1];
+        rd::map_program(tag, catalogue);
+        if (tag.mode_type == scope) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 extern "C" {
@@ -99,8 +117,10 @@ KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting
     const std::span<DrvRWBuf *const> bufs(buff, count);
     const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
                                                      std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
+    const std::span<kplc_tag_str> table(entry->tag_table, entry->id_max);
+    if (!scope_in_use(table, regs, var_mode, catalogue)) return ER_OK;
     rd::PassPlan plan;
-    rd::plan_pass(plan, std::span<kplc_tag_str>(entry->tag_table, entry->id_max), regs, bufs, var_mode, catalogue);
+    rd::plan_pass(plan, table, regs, bufs, var_mode, catalogue);
     report_refusals(plan, regs, bufs);
     if (plan.reading == 0) return ER_OK;
     return read_scope(plan, bufs, settings);

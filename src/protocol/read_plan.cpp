@@ -211,9 +211,13 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         plan.elements += request.count;
         ++plan.reading;
     }
+    // Each resolve item takes at least 24 bytes of the answer and the last one
+    // is read up to its location (byte 25), so names beyond what one 4096-byte
+    // answer can carry could never be read: 171 names or more.
+    const uint64_t resolve_answer = plan.elements == 0 ? 0 : 24 * (plan.elements - 1) + 26;
     // All names of a scope travel in one request and all values come back in
     // one response; a scope that needs more than that is refused rather than split.
-    if (resolve_bytes > kFrameSize || value_bytes > kFrameSize) refuse_scope(plan);
+    if (resolve_bytes > kFrameSize || value_bytes > kFrameSize || resolve_answer > kFrameSize) refuse_scope(plan);
 }
 
 }  // namespace kplc::proto::read

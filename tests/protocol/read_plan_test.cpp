@@ -234,6 +234,9 @@ TEST(ReadPlan, ScopeThatDoesNotFitOneExchangeIsRefusedWhole) {
         {"values of 14 + 40 x 102 bytes", {{strings, 4000}}, true},
         {"values of 14 + 41 x 102 bytes", {{strings, 4100}}, false},
         {"a million elements", {{{.name = "A", .attr = ARRAY, .bounds = {0, 0x7FFFFFFF}}, 2000000}, {named(1), 2}}, false},
+        // 24 bytes per resolve item: the 171st item's location lies past 4096.
+        {"170 names resolve within one answer", {{{.name = "A", .attr = ARRAY, .bounds = {0, 199}}, 340}}, true},
+        {"171 names cannot", {{{.name = "A", .attr = ARRAY, .bounds = {0, 199}}, 342}}, false},
     };
     for (const Case &c : cases) {
         Batch b;
