@@ -8,13 +8,13 @@ want=$(mktemp) got=$(mktemp)
 trap 'rm -f "$want" "$got"' EXIT
 grep -E '^[A-Za-z_]' "$list" | sort -u >"$want"
 # Defined dynamic symbols, minus the version node the linker adds.
-nm -D --defined-only "$lib" | awk '{print $NF}' | grep -v -E '^(KPLC|VERS_)' | sed 's/@.*//' | sort -u >"$got"
+"${NM:-nm}" -D --defined-only "$lib" | awk '{print $NF}' | grep -v -E '^(KPLC|VERS_)' | sed 's/@.*//' | sort -u >"$got"
 if ! diff -u "$want" "$got"; then
     echo "exported symbols differ from $list (- missing, + unexpected)"
     echo "0 passed, 1 failed"
     exit 1
 fi
-nontext=$(nm -D --defined-only "$lib" | awk '$2 !~ /^[TtWw]$/ {print $NF}')
+nontext=$("${NM:-nm}" -D --defined-only "$lib" | awk '$2 !~ /^[TtWw]$/ {print $NF}')
 if [ -n "$nontext" ]; then
     echo "exported symbols that are not routines: $nontext"
     echo "0 passed, 1 failed"

@@ -10,8 +10,10 @@ target_link_libraries(c_interpose_host PRIVATE kplc ${CMAKE_DL_LIBS})
 target_link_options(c_interpose_host PRIVATE -rdynamic)
 add_test(NAME interface.c_interpose_host COMMAND c_interpose_host)
 
+# Read with the target's own nm (the cross one in cross builds).
 add_test(NAME interface.exported_symbols
-  COMMAND sh ${CMAKE_CURRENT_SOURCE_DIR}/interface/check_exports.sh $<TARGET_FILE:kplc> ${KPLC_EXPORTS_LIST})
+  COMMAND ${CMAKE_COMMAND} -E env NM=${CMAKE_NM}
+    sh ${CMAKE_CURRENT_SOURCE_DIR}/interface/check_exports.sh $<TARGET_FILE:kplc> ${KPLC_EXPORTS_LIST})
 
 # The record layouts for 32-bit ARM (ILP32), checked by the cross compiler on
 # the same static assertions the native build checks for LP64.
