@@ -5,10 +5,10 @@
 // length and the value bytes, then scripts the PLC's replies to the resolve,
 // read and write requests.
 //
-// The value buffer is one heap block of regNums + 1 bytes (the room a text
-// write may use for its fill byte), and never less than one 64-bit element:
-// a scalar write takes the tag's whole value whatever length comes with it.
-// A read or write past the block is caught by the address checker. The result is one of the documented codes, and no
+// The value buffer is one heap block of regNums + 1 bytes (one byte of room
+// beyond the count, as a runtime hands a value), so a writer that takes more
+// value bytes than the count allows (a scalar write with a short count used to)
+// is caught by the address checker. The result is one of the documented codes, and no
 // descriptor is left open, also when the write fails and the link restart
 // after it is refused.
 #include <cstdint>
@@ -19,12 +19,6 @@
 #include "harness/link.hpp"
 #include "harness/workspace.hpp"
 
-namespace {
-
-constexpr std::size_t kWidest = 8;  // bytes of a 64-bit scalar
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     auto &ws = kplc::fuzz::workspace();
     kplc::fuzz::Input in({data, size});
@@ -34,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     reg.regId = static_cast<U16>(in.u8() % ids);
     reg.regAddr = in.u16();
     reg.regNums = in.u16() % 600;
-    const std::size_t room = (reg.regNums > kWidest ? reg.regNums : kWidest) + 1;
+    const std::size_t room = std::size_t{reg.regNums} + 1;
     auto *value = static_cast<unsigned char *>(std::malloc(room));
     if (value == nullptr) std::abort();
     std::memset(value, 0, room);

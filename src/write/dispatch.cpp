@@ -154,6 +154,17 @@ unsigned write_bool(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT
     }
 }
 
+// A scalar writer sends the whole value (2, 4 or 8 bytes) whatever the count
+// says, so the runtime must hand in at least one value: a shorter write would
+// read past its buffer. `units` is the converted count one value takes
+// (64-bit values count 32-bit units).
+bool holds_one_value(const PLC_DRV_BUFF *buff, uint32_t units, const kplc_tag_str &tag) {
+    if (buff->length >= units) return true;
+    std::printf("[PLC] write to %.255s carries fewer bytes than one %u-bit value at line %d\r\n", tag.name,
+                static_cast<unsigned>(tag.bits), __LINE__);
+    return false;
+}
+
 unsigned write_tag(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings,
                    kplc_plc_tag *table, int regid, kplc_tag_str &tag) {
     if (tag.type == kBool) return write_bool(reg_addr, buff, settings, table, regid, tag);
@@ -162,17 +173,20 @@ unsigned write_tag(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_
     switch (tag.type) {
         case kInt:
         case kUint:
-            return single ? zel_plc_write_words(reg_addr, buff, settings, table, regid)
-                          : zel_plc_write_array_words(reg_addr, buff, settings, table, regid);
+            if (!single) return zel_plc_write_array_words(reg_addr, buff, settings, table, regid);
+            if (!holds_one_value(buff, 1, tag)) return ER_INVALID;
+            return zel_plc_write_words(reg_addr, buff, settings, table, regid);
         case kDint:
         case kUdint:
         case kReal:
-            return single ? zel_plc_write_dwords(reg_addr, buff, settings, table, regid)
-                          : zel_plc_write_array_dwords(reg_addr, buff, settings, table, regid);
+            if (!single) return zel_plc_write_array_dwords(reg_addr, buff, settings, table, regid);
+            if (!holds_one_value(buff, 1, tag)) return ER_INVALID;
+            return zel_plc_write_dwords(reg_addr, buff, settings, table, regid);
         case kLreal:
         case kLtime:
-            return single ? zel_plc_write_4words(reg_addr, buff, settings, table, regid)
-                          : zel_plc_write_array_4words(reg_addr, buff, settings, table, regid);
+            if (!single) return zel_plc_write_array_4words(reg_addr, buff, settings, table, regid);
+            if (!holds_one_value(buff, 2, tag)) return ER_INVALID;
+            return zel_plc_write_4words(reg_addr, buff, settings, table, regid);
         case kString:
             if (tag.var_type == kPlainName) return zel_plc_write_string(reg_addr, buff, settings, table, regid);
             if (tag.var_type == kMember) return zel_plc_write_string_struct(reg_addr, buff, settings, table, regid);

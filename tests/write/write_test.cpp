@@ -144,6 +144,11 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
           "00 00 00 0E FF FF FF F1 00 01 1E 01 00 84 00 00 00 01 01 02 03 04 12 34"}},
     Case{"dint", Count, 0, 4, "44 33 22 11", {R, ack()}, ER_OK,
          {"names: Count", "00 00 00 10 FF FF FF EF 00 01 1E 01 00 84 00 00 00 02 01 02 03 04 33 44 11 22"}},
+    // A scalar value is sent whole: a count short of one value would read past the runtime's bytes.
+    Case{"dint_count_short_of_a_value", Count, 0, 3, "", {}, ER_INVALID, {},
+         "carries fewer bytes than one 32-bit value"},
+    Case{"lreal_count_short_of_a_value", Big, 0, 7, "", {}, ER_INVALID, {},
+         "carries fewer bytes than one 64-bit value"},
     Case{"lreal", Big, 0, 8, "00 01 02 03 04 05 06 07", {R, ack()}, ER_OK,
          {"names: Big", "00 00 00 14 FF FF FF EB 00 01 1E 01 00 84 00 00 00 04 01 02 03 04 01 00 03 02 05 04 07 06"}},
     Case{"program_local", Step, 0, 2, "02 01", {R, ack()}, ER_OK,
