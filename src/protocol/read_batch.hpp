@@ -2,6 +2,9 @@
 // and the read side's tag table of a batch.
 #pragma once
 
+#include <cstdint>
+#include <span>
+
 #include "kplc/records.h"
 #include "kplc/tags.h"
 
@@ -17,5 +20,14 @@ bool batch_acceptable(const void *drv, const CommunicationProperty *setting, con
 // loaded from its file and registered on first use. On failure prints the
 // build or registration message with the caller's place number and returns null.
 kplc_plc_tag *batch_tag_table(CommunicationProperty *setting, Reg *first, int build_place, int add_place) noexcept;
+
+// One pass over a batch that batch_acceptable has let through, with the tag
+// table batch_tag_table found for it: starts the link if it is down, then
+// reads the requests whose tags belong to `scope` (-1 global, 0 to 7 a
+// program) in one resolve and one read by location exchange. Scopes nobody
+// asked for cost nothing. Returns the pass's result; refused requests carry
+// their own.
+unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
+                   int32_t scope) noexcept;
 
 }  // namespace kplc::proto::read

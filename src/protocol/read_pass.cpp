@@ -96,14 +96,11 @@ bool scope_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs, int3
 
 }  // namespace
 
-extern "C" {
+namespace kplc::proto::read {
 
-KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
-                                       DrvRWBuf **buff, int var_mode) {
-    if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
-    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, 320, 324);
-    if (entry == nullptr || entry->tag_table == nullptr) return ER_INVALID;
-
+unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
+                   int32_t scope) noexcept {
+    if (entry.tag_table == nullptr) return ER_INVALID;
     auto &st = kplc::state();
     PLC_DRV_INIT_SETTINGS *settings = kplc::settings_of(drv);
     // The link starts lazily; the catalogue it loads maps program names to ids below.
@@ -112,18 +109,29 @@ KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting
         if (started != ER_OK) return started;
     }
 
-    const auto count = static_cast<std::size_t>(nReg);
-    const std::span<const Reg> regs(reg, count);
-    const std::span<DrvRWBuf *const> bufs(buff, count);
     const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
                                                      std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
-    const std::span<kplc_tag_str> table(entry->tag_table, entry->id_max);
-    if (!scope_in_use(table, regs, var_mode, catalogue)) return ER_OK;
-    rd::PassPlan plan;
-    rd::plan_pass(plan, table, regs, bufs, var_mode, catalogue);
+    const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
+    if (!scope_in_use(table, regs, scope, catalogue)) return ER_OK;
+    PassPlan plan;
+    plan_pass(plan, table, regs, bufs, scope, catalogue);
     report_refusals(plan, regs, bufs);
     if (plan.reading == 0) return ER_OK;
     return read_scope(plan, bufs, settings);
+}
+
+}  // namespace kplc::proto::read
+
+extern "C" {
+
+KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
+                                       DrvRWBuf **buff, int var_mode) {
+    if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
+    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, 320, 324);
+    if (entry == nullptr) return ER_INVALID;
+    const auto count = static_cast<std::size_t>(nReg);
+    return rd::read_pass(drv, *entry, std::span<const Reg>(reg, count), std::span<DrvRWBuf *const>(buff, count),
+                         var_mode);
 }
 
 }  // extern "C"
