@@ -47,12 +47,15 @@ uint32_t load_be32(const uint8_t *p) { return uint32_t{p[0]} << 24 | uint32_t{p[
 struct Server::Peer {
     int fd = -1;
     bool datagram = false;
-    sockaddr_in from{};  // sender of a datagram
+    uint64_t id = 0;      // Event::connection
+    sockaddr_in from{};   // the client's end (the sender of a datagram)
+    sockaddr_in local{};  // the server's end
     std::vector<uint8_t> input;
     unsigned answered = 0;
 };
 
-Server::Server(Plc &plc, ServerOptions options) : plc_(plc), options_(std::move(options)) {}
+Server::Server(Plc &plc, ServerOptions options, ServerHooks hooks)
+    : plc_(plc), options_(std::move(options)), hooks_(std::move(hooks)) {}
 
 Server::~Server() { stop(); }
 
@@ -77,6 +80,7 @@ void Server::start() {
         throw error;
     }
     port_ = ntohs(addr.sin_port);
+    local_ = addr;
     stopping_ = false;
     thread_ = std::thread([this] { options_.udp ? run_udp() : run_tcp(); });
 }
@@ -123,25 +127,34 @@ void Server::run_tcp() {
                 keep = serve(peer);
             }
             if (!keep) {
+                emit(peer, Event::Kind::Close);
                 ::close(peer.fd);
                 peer.fd = -1;
             }
         }
         std::erase_if(peers, [](const auto &p) { return p->fd < 0; });
         if ((fds[1].revents & POLLIN) != 0) {
-            const int fd = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (fd >= 0) {
-                ++connections_;
+            auto peer = std::make_unique<Peer>();
+            socklen_t len = sizeof peer->from;
+            peer->fd = ::accept4(socket_, reinterpret_cast<sockaddr *>(&peer->from), &len, SOCK_CLOEXEC);
+            if (peer->fd >= 0) {
+                peer->id = ++connections_;
+                len = sizeof peer->local;
+                if (::getsockname(peer->fd, reinterpret_cast<sockaddr *>(&peer->local), &len) != 0) peer->local = local_;
+                emit(*peer, Event::Kind::Open);
                 if (options_.refuse) {
-                    ::close(fd);
+                    emit(*peer, Event::Kind::Close);
+                    ::close(peer->fd);
                 } else {
-                    peers.push_back(std::make_unique<Peer>());
-                    peers.back()->fd = fd;
+                    peers.push_back(std::move(peer));
                 }
             }
         }
     }
-    for (const auto &p : peers) ::close(p->fd);
+    for (const auto &p : peers) {
+        emit(*p, Event::Kind::Close);
+        ::close(p->fd);
+    }
 }
 
 void Server::run_udp() {
@@ -157,11 +170,12 @@ void Server::run_udp() {
         Peer peer;
         peer.fd = socket_;
         peer.datagram = true;
+        peer.local = local_;
         socklen_t len = sizeof peer.from;
         const ssize_t got =
             ::recvfrom(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&peer.from), &len);
         if (got <= 0) continue;
-        ++connections_;
+        peer.id = ++connections_;
         // A datagram holds whole requests; whatever follows the last one is dropped.
         peer.input.assign(datagram.begin(), datagram.begin() + got);
         serve(peer);
@@ -180,22 +194,39 @@ bool Server::serve(Peer &peer) {
         if (data_len > kMaxRequestDataLen) return false;
         const std::size_t size = 10 + std::size_t{data_len};
         if (peer.input.size() < size) return true;
-        answer(peer, std::span<const uint8_t>(peer.input).first(size));
+        const bool keep = answer(peer, std::span<const uint8_t>(peer.input).first(size));
         peer.input.erase(peer.input.begin(), peer.input.begin() + static_cast<std::ptrdiff_t>(size));
-        if (stopping_) return false;
+        if (!keep || stopping_) return false;
         if (!peer.datagram && options_.close_after != 0 && ++peer.answered >= options_.close_after) return false;
     }
     return true;
 }
 
-void Server::answer(Peer &peer, std::span<const uint8_t> request) {
+void Server::emit(const Peer &peer, Event::Kind kind, std::span<const uint8_t> bytes) const {
+    if (!hooks_.tap) return;
+    Event event;
+    event.kind = kind;
+    event.connection = peer.id;
+    event.udp = peer.datagram;
+    event.client = peer.from;
+    event.local = peer.local;
+    event.bytes = bytes;
+    hooks_.tap(event);
+}
+
+bool Server::answer(Peer &peer, std::span<const uint8_t> request) {
     ++requests_;
     if (options_.trace) trace_line("> ", request);
-    std::vector<uint8_t> reply = plc_.handle(request);
-    if (options_.silent) return;
-    if (options_.delay_ms != 0 && !pause(options_.delay_ms)) return;
+    emit(peer, Event::Kind::Request, request);
+    if (hooks_.respond) {
+        if (const auto scripted = hooks_.respond(request)) return carry_out(peer, *scripted);
+    }
+    Answer reply;
+    reply.kind = options_.silent ? Answer::Kind::Silence : Answer::Kind::Reply;
+    reply.bytes = plc_.handle(request);
+    reply.delay_ms = options_.delay_ms;
     if (options_.garbage) {
-        for (auto &byte : reply) {
+        for (auto &byte : reply.bytes) {
             // xorshift32: reproducible noise, no seeding needed.
             random_ ^= random_ << 13;
             random_ ^= random_ >> 17;
@@ -203,32 +234,54 @@ void Server::answer(Peer &peer, std::span<const uint8_t> request) {
             byte = static_cast<uint8_t>(random_);
         }
     }
-    if (options_.truncate && reply.size() > *options_.truncate) reply.resize(*options_.truncate);
-    if (options_.trace) trace_line("< ", reply);
-    if (reply.empty()) return;
-
-    const auto send_part = [&](std::span<const uint8_t> part) {
-        if (peer.datagram) {
-            return ::sendto(peer.fd, part.data(), part.size(), 0, reinterpret_cast<const sockaddr *>(&peer.from),
-                            sizeof peer.from) == static_cast<ssize_t>(part.size());
-        }
-        while (!part.empty()) {
-            const ssize_t sent = ::send(peer.fd, part.data(), part.size(), MSG_NOSIGNAL);
-            if (sent <= 0) {
-                if (sent < 0 && errno == EINTR) continue;
-                return false;
-            }
-            part = part.subspan(static_cast<std::size_t>(sent));
-        }
-        return true;
-    };
-    const std::span<const uint8_t> all(reply);
-    if (options_.split && reply.size() >= 2) {
-        const std::size_t half = reply.size() / 2;
-        if (send_part(all.first(half)) && pause(kSplitPauseMs)) send_part(all.subspan(half));
-    } else {
-        send_part(all);
+    if (options_.truncate && reply.bytes.size() > *options_.truncate) reply.bytes.resize(*options_.truncate);
+    if (options_.split && reply.bytes.size() >= 2) {
+        reply.split_at = reply.bytes.size() / 2;
+        reply.pause_ms = kSplitPauseMs;
     }
+    return carry_out(peer, reply);
+}
+
+bool Server::send_part(Peer &peer, std::span<const uint8_t> part) {
+    emit(peer, Event::Kind::Reply, part);
+    if (peer.datagram) {
+        return ::sendto(peer.fd, part.data(), part.size(), 0, reinterpret_cast<const sockaddr *>(&peer.from),
+                        sizeof peer.from) == static_cast<ssize_t>(part.size());
+    }
+    while (!part.empty()) {
+        const ssize_t sent = ::send(peer.fd, part.data(), part.size(), MSG_NOSIGNAL);
+        if (sent <= 0) {
+            if (sent < 0 && errno == EINTR) continue;
+            return false;
+        }
+        part = part.subspan(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+bool Server::carry_out(Peer &peer, const Answer &answer) {
+    if (answer.kind == Answer::Kind::Silence) return true;
+    if (answer.delay_ms != 0 && !pause(answer.delay_ms)) return false;
+    if (answer.kind == Answer::Kind::Close) return peer.datagram;  // a datagram socket has nothing to close
+    if (options_.trace) trace_line("< ", answer.bytes);
+    if (answer.bytes.empty()) return true;
+    const std::span<const uint8_t> all(answer.bytes);
+    const auto gate = [&] {
+        if (hooks_.before_next_segment) hooks_.before_next_segment(peer.from);
+    };
+    if (answer.split_at > 0 && answer.split_at < all.size()) {
+        if (!send_part(peer, all.first(answer.split_at))) return true;
+        if (answer.pause_ms != 0 && !pause(answer.pause_ms)) return false;
+        gate();
+        if (!send_part(peer, all.subspan(answer.split_at))) return true;
+    } else if (!send_part(peer, all)) {
+        return true;
+    }
+    if (!answer.stale.empty()) {
+        gate();
+        send_part(peer, answer.stale);
+    }
+    return true;
 }
 
 }  // namespace kplc::sim

@@ -3,17 +3,57 @@
 // replies, optionally misbehaving in the ways a real link does.
 #pragma once
 
+#include <netinet/in.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "plc.hpp"
 
 namespace kplc::sim {
+
+// What the server sends for one request when a responder takes it instead of
+// the Plc (a replayed capture, a test's script).
+struct Answer {
+    enum class Kind { Reply, Silence, Close };
+    Kind kind = Kind::Reply;
+    std::vector<uint8_t> bytes;  // Reply: the frame to send
+    std::size_t split_at = 0;    // Reply: 0 < split_at < size sends two segments
+    unsigned pause_ms = 0;       // Reply: pause between the two segments
+    unsigned delay_ms = 0;       // wait before the first byte (or before closing)
+    std::vector<uint8_t> stale;  // Reply: sent unasked after the reply
+};
+
+// One thing the server saw or did on a connection, for a tap (recording a
+// capture, a test's log). Open and Close are TCP only; for UDP every
+// datagram counts as a connection of its own.
+struct Event {
+    enum class Kind { Open, Request, Reply, Close };
+    Kind kind = Kind::Open;
+    uint64_t connection = 0;              // counts from 1 in accept order
+    bool udp = false;
+    sockaddr_in client{};                 // the driver's end
+    sockaddr_in local{};                  // the server's end
+    std::span<const uint8_t> bytes;       // Request: one framed request; Reply: one segment as sent
+};
+
+struct ServerHooks {
+    // Takes a framed request before the Plc; std::nullopt lets the Plc answer.
+    std::function<std::optional<Answer>(std::span<const uint8_t> request)> respond;
+    // Sees every event, on the server thread.
+    std::function<void(const Event &)> tap;
+    // Called before a second segment or stale bytes go out, with the client's
+    // end; a test waits there until the driver has read what came before, so
+    // the two never merge into one read.
+    std::function<void(const sockaddr_in &client)> before_next_segment;
+};
 
 struct ServerOptions {
     std::string listen = "127.0.0.1";  // IPv4 address to bind
@@ -35,7 +75,7 @@ inline constexpr unsigned kSplitPauseMs = 50;
 
 class Server {
 public:
-    Server(Plc &plc, ServerOptions options);
+    Server(Plc &plc, ServerOptions options, ServerHooks hooks = {});
     ~Server();
     Server(const Server &) = delete;
     Server &operator=(const Server &) = delete;
@@ -60,16 +100,22 @@ private:
     // Frames and answers the complete requests at the front of `peer`'s input.
     // Returns false when the connection is to be closed.
     bool serve(Peer &peer);
-    void answer(Peer &peer, std::span<const uint8_t> request);
+    // Returns false when the connection is to be closed.
+    bool answer(Peer &peer, std::span<const uint8_t> request);
+    bool carry_out(Peer &peer, const Answer &answer);
+    bool send_part(Peer &peer, std::span<const uint8_t> part);
+    void emit(const Peer &peer, Event::Kind kind, std::span<const uint8_t> bytes = {}) const;
     // Sleeps `ms` milliseconds; returns false early when stop() was called.
     bool pause(unsigned ms);
 
     Plc &plc_;
     ServerOptions options_;
+    ServerHooks hooks_;
     int socket_ = -1;
     int wake_[2] = {-1, -1};
     uint16_t port_ = 0;
     std::thread thread_;
+    sockaddr_in local_{};
     std::atomic<std::size_t> connections_{0};
     std::atomic<std::size_t> requests_{0};
     uint32_t random_ = 0x2545F491;  // garbage generator state (server thread only)
