@@ -137,6 +137,20 @@ bool ResolveCursor::advance() noexcept {
 
 std::optional<std::size_t> name_units(const char *utf8, std::array<uint16_t, kMaxNameUnits + 1> &units) noexcept {
     if (utf8 == nullptr) return std::nullopt;
+    // Bytes below 0xC0 are one unit each, of their own value; names are
+    // mostly such text, converted here without the general decoder. At the
+    // first lead byte of a longer form the whole name goes the general way.
+    const auto *in = reinterpret_cast<const unsigned char *>(utf8);
+    std::size_t n = 0;
+    while (n <= kMaxNameUnits && in[n] != 0 && in[n] < 0xC0) {
+        units[n] = in[n];
+        ++n;
+    }
+    if (n > kMaxNameUnits) return std::nullopt;  // 256 units: the text did not fit
+    if (in[n] == 0) {
+        units[n] = 0;
+        return n;
+    }
     const int count = utf8ToUnicode(reinterpret_cast<unsigned char *>(const_cast<char *>(utf8)), units.data(),
                                     static_cast<int>(units.size()));
     // A count equal to the capacity means the text did not fit and was cut.

@@ -54,8 +54,10 @@ std::optional<std::span<const uint8_t>> exchange(std::span<uint8_t> request, std
 
 unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV_INIT_SETTINGS *settings) {
     auto &st = kplc::state();
-    std::array<uint8_t, rd::kFrameSize> request{};
-    std::array<uint8_t, rd::kFrameSize> response{};
+    // Neither buffer is cleared: a request is written byte by byte from its
+    // start up to the length sent, and only the bytes received are read.
+    std::array<uint8_t, rd::kFrameSize> request;
+    std::array<uint8_t, rd::kFrameSize> response;
 
     // Sequence numbers are taken only by requests that are sent.
     std::size_t length = rd::build_resolve_request(plan, request, st.read_sid);

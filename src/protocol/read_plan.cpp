@@ -69,20 +69,106 @@ void refuse_scope(PassPlan &plan) noexcept {
         if (plan.requests[i].reads()) plan.requests[i].refusal = Refusal::ScopeTooLarge;
     plan.reading = 0;
     plan.elements = 0;
+    plan.symbol_bytes = 0;
 }
 
-// Bytes of the symbol entries of one request, or nullopt when a name cannot be formed.
-std::optional<uint64_t> symbol_bytes(const RequestPlan &request) noexcept {
-    std::array<char, kNameBufferSize> name{};
-    std::array<uint16_t, kMaxNameUnits + 1> units{};
-    uint64_t bytes = 0;
-    for (uint32_t m = 0; m < request.count; ++m) {
-        if (!element_utf8_name(name, request, m)) return std::nullopt;
-        const auto count = name_units(name.data(), units);
-        if (!count) return std::nullopt;
-        bytes += 2 + 2 * static_cast<uint64_t>(*count);
+// Symbol entries are written into the plan's symbol area while they fit
+// `room`; `total` counts their bytes all the same, so that a scope that does
+// not fit is known and refused once every request has been sized.
+class SymbolArea {
+public:
+    SymbolArea(PassPlan &plan, std::size_t room) noexcept : plan_(plan), room_(room) {}
+
+    [[nodiscard]] uint64_t total() const noexcept { return total_; }
+    // Forgets the entries after `total` bytes (a request with a name that cannot be formed).
+    void rewind(uint64_t total) noexcept { total_ = total; }
+
+    // Entry of a name made of `prefix` (bytes below 0xC0, one unit each) and
+    // the ASCII `suffix`.
+    void add_plain(std::span<const char> prefix, std::span<const char> suffix) noexcept {
+        const std::size_t units = prefix.size() + suffix.size();
+        uint8_t *out = reserve(2 + 2 * units);
+        if (out == nullptr) return;
+        *out++ = static_cast<uint8_t>(units >> 8);
+        *out++ = static_cast<uint8_t>(units);
+        for (char c : prefix) {
+            *out++ = 0;
+            *out++ = static_cast<uint8_t>(c);
+        }
+        for (char c : suffix) {
+            *out++ = 0;
+            *out++ = static_cast<uint8_t>(c);
+        }
     }
-    return bytes;
+
+    void add_units(std::span<const uint16_t> units) noexcept {
+        uint8_t *out = reserve(2 + 2 * units.size());
+        if (out == nullptr) return;
+        *out++ = static_cast<uint8_t>(units.size() >> 8);
+        *out++ = static_cast<uint8_t>(units.size());
+        for (uint16_t unit : units) {
+            *out++ = static_cast<uint8_t>(unit >> 8);
+            *out++ = static_cast<uint8_t>(unit);
+        }
+    }
+
+private:
+    // Where `bytes` more bytes go, or null once the area is full.
+    uint8_t *reserve(std::size_t bytes) noexcept {
+        const uint64_t at = total_;
+        total_ += bytes;
+        if (total_ > room_) return nullptr;
+        return plan_.symbols.data() + at;
+    }
+
+    PassPlan &plan_;
+    std::size_t room_;
+    uint64_t total_ = 0;
+};
+
+// Whether every byte of the name is below 0xC0: such text converts to one code
+// unit per byte of the same value, so the tag name's part of a name can be
+// copied instead of converted.
+bool plain_text(std::span<const char> text) noexcept {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0xC0; });
+}
+
+// Forms the names of a request's elements into the symbol area. false when a
+// name cannot be formed (the area is then as it was before the request).
+bool add_symbols(SymbolArea &area, const RequestPlan &request) noexcept {
+    const kplc_tag_str &tag = *request.tag;
+    const std::size_t name_len = strnlen(tag.name, sizeof tag.name);
+    if (name_len >= sizeof tag.name) return false;  // no terminator in the name field
+    const std::span<const char> prefix(tag.name, name_len);
+    const uint64_t start = area.total();
+
+    if (plain_text(prefix)) {
+        // Room for the longest suffix, "[#i,#j,#k][#c]" with four 11-character numbers.
+        std::array<char, 64> suffix;
+        for (uint32_t m = 0; m < request.count; ++m) {
+            const auto len = request.is_string()
+                                 ? string_element_suffix(suffix, tag, request.first + m, m == 0 ? request.offset : 0)
+                                 : element_suffix(suffix, tag, tag.attr, request.first + m);
+            if (!len || name_len + *len > kMaxNameUnits) {
+                area.rewind(start);
+                return false;
+            }
+            area.add_plain(prefix, std::span<const char>(suffix.data(), *len));
+        }
+        return true;
+    }
+
+    std::array<char, kNameBufferSize> name;
+    std::array<uint16_t, kMaxNameUnits + 1> units;
+    for (uint32_t m = 0; m < request.count; ++m) {
+        const auto count = element_utf8_name(name, request, m) ? name_units(name.data(), units) : std::nullopt;
+        if (!count) {
+            area.rewind(start);
+            return false;
+        }
+        area.add_units(std::span<const uint16_t>(units.data(), *count));
+    }
+    return true;
 }
 
 }  // namespace
@@ -168,6 +254,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     plan.size = std::min({regs.size(), bufs.size(), plan.requests.size()});
     plan.reading = 0;
     plan.elements = 0;
+    plan.symbol_bytes = 0;
 
     uint64_t elements = 0;
     for (std::size_t i = 0; i < plan.size; ++i) {
@@ -195,18 +282,22 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         return;
     }
 
-    uint64_t resolve_bytes = kHeaderSize + 2 + (scope == kGlobalScope ? 2 : 8) + 2;
+    // Header, 00 01, the scope block and the symbol count precede the entries.
+    const std::size_t resolve_head = kHeaderSize + 2 + (scope == kGlobalScope ? 2 : 8) + 2;
+    SymbolArea symbols(plan, kFrameSize - resolve_head);
     uint64_t value_bytes = kResponseDataOffset;
     for (std::size_t i = 0; i < plan.size; ++i) {
         RequestPlan &request = plan.requests[i];
         if (!request.reads()) continue;
-        const auto bytes = symbol_bytes(request);
-        if (!bytes) {
+        if (!add_symbols(symbols, request)) {
             request.refusal = Refusal::BadName;
             continue;
         }
-        resolve_bytes += *bytes;
-        for (uint32_t m = 0; m < request.count; ++m) value_bytes += 2 * element_words(request, m);
+        if (request.is_string()) {
+            for (uint32_t m = 0; m < request.count; ++m) value_bytes += 2 * element_words(request, m);
+        } else {
+            value_bytes += 2 * static_cast<uint64_t>(element_words(request, 0)) * request.count;
+        }
         request.first_entry = static_cast<uint16_t>(plan.elements);
         plan.elements += request.count;
         ++plan.reading;
@@ -217,7 +308,9 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     const uint64_t resolve_answer = plan.elements == 0 ? 0 : 24 * (plan.elements - 1) + 26;
     // All names of a scope travel in one request and all values come back in
     // one response; a scope that needs more than that is refused rather than split.
-    if (resolve_bytes > kFrameSize || value_bytes > kFrameSize || resolve_answer > kFrameSize) refuse_scope(plan);
+    plan.symbol_bytes = static_cast<std::size_t>(std::min<uint64_t>(symbols.total(), kFrameSize));
+    if (resolve_head + symbols.total() > kFrameSize || value_bytes > kFrameSize || resolve_answer > kFrameSize)
+        refuse_scope(plan);
 }
 
 }  // namespace kplc::proto::read

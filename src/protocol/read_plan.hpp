@@ -62,32 +62,42 @@ enum class Refusal : uint8_t {
 
 const char *describe(Refusal refusal) noexcept;
 
-// How one request of a batch is read by the pass of its scope.
+// How one request of a batch is read by the pass of its scope. No member has
+// a default of its own, so that a pass's table of 256 is not cleared on every
+// pass: RequestPlan{} is the blank plan.
 struct RequestPlan {
-    const kplc_tag_str *tag = nullptr;
-    bool in_scope = false;           // belongs to (is read or reported by) this pass
-    Refusal refusal = Refusal::None;
-    uint32_t first = 0;              // first element index; strings: first string element
-    uint32_t count = 0;              // elements = names = location entries
-    uint32_t element_size = 0;       // strings: characters per element, terminator excluded
-    uint32_t offset = 0;             // strings: byte position inside the first element
-    uint32_t limit = 0;              // strings: most bytes the runtime buffer takes
-    uint16_t first_entry = 0;        // index of the request's first location entry
+    const kplc_tag_str *tag;
+    bool in_scope;           // belongs to (is read or reported by) this pass
+    Refusal refusal;         // None (0) when it is read
+    uint32_t first;          // first element index; strings: first string element
+    uint32_t count;          // elements = names = location entries
+    uint32_t element_size;   // strings: characters per element, terminator excluded
+    uint32_t offset;         // strings: byte position inside the first element
+    uint32_t limit;          // strings: most bytes the runtime buffer takes
+    uint16_t first_entry;    // index of the request's first location entry
 
     [[nodiscard]] bool reads() const noexcept { return in_scope && refusal == Refusal::None; }
     [[nodiscard]] bool is_string() const noexcept { return element_size != 0; }
 };
 
-// One pass over a batch.
+// One pass over a batch. The tables are left uninitialised: plan_pass writes
+// the first `size` requests and the first `symbol_bytes` symbol bytes, and the
+// read by location request writes the bit number of every BOOL element, before
+// anything reads them. (Clearing them cost more than all the rest of a small read.)
 struct PassPlan {
     int32_t scope = kGlobalScope;
     std::size_t size = 0;                        // requests in the batch
-    std::array<RequestPlan, kMaxBatch> requests{};
+    std::array<RequestPlan, kMaxBatch> requests;
     std::size_t reading = 0;                     // requests read by this pass
     std::size_t elements = 0;                    // names sent = location entries
+    // The symbol entries of the resolve request, formed once while the pass
+    // is planned (the planner needs their size to refuse a scope that does
+    // not fit) and copied into the request as they stand.
+    std::size_t symbol_bytes = 0;
+    std::array<uint8_t, kFrameSize> symbols;
     // Bit number of each BOOL element, by location entry, taken from the
     // resolve response while the read by location request is built.
-    std::array<uint8_t, kMaxElements> bit_numbers{};
+    std::array<uint8_t, kMaxElements> bit_numbers;
 };
 
 // Number of elements of a stretch of `size` (bits for BOOL, bytes otherwise),

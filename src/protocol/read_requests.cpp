@@ -41,20 +41,10 @@ std::size_t build_resolve_request(const PassPlan &plan, std::span<uint8_t> out, 
     w.scope(plan.scope);
     w.u16(static_cast<uint16_t>(plan.elements));
 
-    std::array<char, 256 + 64> name{};
-    std::array<uint16_t, kMaxNameUnits + 1> units{};
-    for (std::size_t i = 0; i < plan.size; ++i) {
-        const RequestPlan &request = plan.requests[i];
-        if (!request.reads()) continue;
-        for (uint32_t m = 0; m < request.count; ++m) {
-            // plan_pass has formed every name once already; a failure here
-            // would only mean a plan not made by it.
-            if (!element_utf8_name(name, request, m)) return 0;
-            const auto count = name_units(name.data(), units);
-            if (!count) return 0;
-            w.symbol(std::span<const uint16_t>(units).first(*count));
-        }
-    }
+    // The entries were formed by plan_pass, which refuses every scope whose
+    // names do not fit; a plan not made by it fails here.
+    if (plan.symbol_bytes > plan.symbols.size()) return 0;
+    w.bytes(std::span<const uint8_t>(plan.symbols).first(plan.symbol_bytes));
     return w.finish();
 }
 
@@ -86,11 +76,10 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
                 plan.bit_numbers[entry] = *bit;
             }
             // Location entry: 00, area code, 00, word count, location.
-            w.u8(0);
-            w.u8(item->area);
-            w.u8(0);
-            w.u8(static_cast<uint8_t>(element_words(request, m)));
-            w.bytes(location);
+            const std::array<uint8_t, kLocationEntrySize> entry{
+                0, item->area, 0, static_cast<uint8_t>(element_words(request, m)),
+                location[0], location[1], location[2], location[3]};
+            w.bytes(entry);
         }
     }
     return w.finish();

@@ -77,8 +77,9 @@ unsigned decode_values(const PassPlan &plan, std::span<const uint8_t> response,
                 buf.error = ER_TIMEOUT;
                 return ER_TIMEOUT;
             }
+            // Only BOOL elements have a bit number.
             const std::size_t entry = request.first_entry + static_cast<std::size_t>(m);
-            const uint8_t bit = entry < plan.bit_numbers.size() ? plan.bit_numbers[entry] : 0;
+            const uint8_t bit = request.tag->bits == 1 && entry < plan.bit_numbers.size() ? plan.bit_numbers[entry] : 0;
             place(request, m, *words, bit, buf.buff);
         }
         buf.error = ER_OK;
