@@ -112,29 +112,6 @@ bool FrameReader::skip(std::size_t count) noexcept {
     return true;
 }
 
-std::optional<std::span<const uint8_t>> FrameReader::take(std::size_t count) noexcept {
-    if (!has(count)) return std::nullopt;
-    auto out = data_.subspan(pos_, count);
-    pos_ += count;
-    return out;
-}
-
-std::optional<ResolveItem> ResolveCursor::item() const noexcept {
-    const std::size_t end = base_ + kLocationOffset + 4;
-    if (end > resp_.size() || end < base_) return std::nullopt;
-    ResolveItem it{};
-    it.area = resp_[base_ + kAreaOffset];
-    std::copy_n(resp_.begin() + static_cast<std::ptrdiff_t>(base_ + kLocationOffset), 4, it.location.begin());
-    return it;
-}
-
-bool ResolveCursor::advance() noexcept {
-    const auto count = at(kExtensionCountOffset);
-    if (!count) return false;
-    base_ += 24 + 4 * static_cast<std::size_t>(*count);
-    return true;
-}
-
 std::optional<std::size_t> name_units(const char *utf8, std::array<uint16_t, kMaxNameUnits + 1> &units) noexcept {
     if (utf8 == nullptr) return std::nullopt;
     // Bytes below 0xC0 are one unit each, of their own value; names are

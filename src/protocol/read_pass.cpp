@@ -78,22 +78,28 @@ unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV
     return rd::decode_values(plan, *values, bufs);
 }
 
-// Whether any request of the batch is read or reported by the pass of `scope`.
-// The passes of scopes nobody asked for (most of the nine) then cost neither
-// an exchange nor building a plan.
-bool scope_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs, int32_t scope,
-                  std::span<const kplc::Local_MSG> catalogue) noexcept {
+// The bit of `scope` in a ScopeSet; scopes beyond program 7 (never read) have none.
+uint16_t scope_bit(int32_t scope) noexcept {
+    return scope >= -1 && scope <= 14 ? static_cast<uint16_t>(1U << (scope + 1)) : 0;
+}
+
+// The scopes that the batch's requests are read or reported by, mapping
+// program-local tags through the catalogue on the way. Unknown tag ids belong
+// to no scope; the global pass reports them. The passes of scopes nobody asked
+// for (most of the nine) then cost neither an exchange nor building a plan.
+uint16_t scopes_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs,
+                       std::span<const kplc::Local_MSG> catalogue) noexcept {
+    uint16_t scopes = 0;
     for (const Reg &reg : regs) {
-        // Unknown tag ids belong to no scope; the global pass reports them.
         if (reg.regId == 0 || reg.regId > table.size()) {
-            if (scope == kplc::proto::kGlobalScope) return true;
+            scopes |= scope_bit(kplc::proto::kGlobalScope);
             continue;
         }
         kplc_tag_str &tag = table[reg.regId - 1];
         rd::map_program(tag, catalogue);
-        if (tag.mode_type == scope) return true;
+        scopes |= scope_bit(tag.mode_type);
     }
-    return false;
+    return scopes;
 }
 
 }  // namespace
@@ -101,7 +107,7 @@ bool scope_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs, int3
 namespace kplc::proto::read {
 
 unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
-                   int32_t scope) noexcept {
+                   int32_t scope, ScopeSet *in_use) noexcept {
     if (entry.tag_table == nullptr) return ER_INVALID;
     auto &st = kplc::state();
     PLC_DRV_INIT_SETTINGS *settings = kplc::settings_of(drv);
@@ -114,10 +120,18 @@ unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, st
     const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
                                                      std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
     const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
-    if (!scope_in_use(table, regs, scope, catalogue)) return ER_OK;
+    // The catalogue does not change within a batch: a pass that loses the
+    // link fails, and a failed pass ends the batch.
+    ScopeSet own;
+    ScopeSet &set = in_use != nullptr ? *in_use : own;
+    if (!set.known) {
+        set.scopes = scopes_in_use(table, regs, catalogue);
+        set.known = true;
+    }
+    if ((set.scopes & scope_bit(scope)) == 0) return ER_OK;
     PassPlan plan;
     plan_pass(plan, table, regs, bufs, scope, catalogue);
-    report_refusals(plan, regs, bufs);
+    if (plan.refused != 0) report_refusals(plan, regs, bufs);
     if (plan.reading == 0) return ER_OK;
     return read_scope(plan, bufs, settings);
 }

@@ -65,8 +65,11 @@ Refusal shape_string(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &bu
 }
 
 void refuse_scope(PassPlan &plan) noexcept {
-    for (std::size_t i = 0; i < plan.size; ++i)
-        if (plan.requests[i].reads()) plan.requests[i].refusal = Refusal::ScopeTooLarge;
+    for (std::size_t i = 0; i < plan.size; ++i) {
+        if (!plan.requests[i].reads()) continue;
+        plan.requests[i].refusal = Refusal::ScopeTooLarge;
+        ++plan.refused;
+    }
     plan.reading = 0;
     plan.elements = 0;
     plan.symbol_bytes = 0;
@@ -83,21 +86,23 @@ public:
     // Forgets the entries after `total` bytes (a request with a name that cannot be formed).
     void rewind(uint64_t total) noexcept { total_ = total; }
 
-    // Entry of a name made of `prefix` (bytes below 0xC0, one unit each) and
-    // the ASCII `suffix`.
-    void add_plain(std::span<const char> prefix, std::span<const char> suffix) noexcept {
-        const std::size_t units = prefix.size() + suffix.size();
+    // Entry of a name made of `wide` (code units already high byte first)
+    // and the ASCII `suffix` (zero-terminated).
+    void add_plain(std::span<const uint8_t> wide, const char *suffix, std::size_t suffix_len) noexcept {
+        const std::size_t units = wide.size() / 2 + suffix_len;
         uint8_t *out = reserve(2 + 2 * units);
         if (out == nullptr) return;
-        *out++ = static_cast<uint8_t>(units >> 8);
-        *out++ = static_cast<uint8_t>(units);
-        for (char c : prefix) {
+        out[0] = static_cast<uint8_t>(units >> 8);
+        out[1] = static_cast<uint8_t>(units);
+        // Eight bytes at a time: `wide` has room for the rounding, and so has
+        // the area, whose room ends at least 18 bytes (a resolve request's
+        // head) before its array does; the suffix and later entries overwrite
+        // the excess.
+        for (std::size_t k = 0; k < wide.size(); k += 8) std::memcpy(out + 2 + k, wide.data() + k, 8);
+        out += 2 + wide.size();
+        for (; *suffix != 0; ++suffix) {
             *out++ = 0;
-            *out++ = static_cast<uint8_t>(c);
-        }
-        for (char c : suffix) {
-            *out++ = 0;
-            *out++ = static_cast<uint8_t>(c);
+            *out++ = static_cast<uint8_t>(*suffix);
         }
     }
 
@@ -126,34 +131,42 @@ private:
     uint64_t total_ = 0;
 };
 
-// Whether every byte of the name is below 0xC0: such text converts to one code
-// unit per byte of the same value, so the tag name's part of a name can be
-// copied instead of converted.
-bool plain_text(std::span<const char> text) noexcept {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0xC0; });
-}
-
 // Forms the names of a request's elements into the symbol area. false when a
 // name cannot be formed (the area is then as it was before the request).
 bool add_symbols(SymbolArea &area, const RequestPlan &request) noexcept {
     const kplc_tag_str &tag = *request.tag;
-    const std::size_t name_len = strnlen(tag.name, sizeof tag.name);
+    // The tag name's length, and whether all its bytes are below 0xC0: such
+    // text converts to one code unit per byte of the same value, so that part
+    // of every name is widened once here instead of converted per name.
+    std::array<uint8_t, 2 * sizeof tag.name> wide;
+    std::size_t name_len = 0;
+    bool plain = true;
+    for (; name_len < sizeof tag.name; ++name_len) {
+        const auto c = static_cast<unsigned char>(tag.name[name_len]);
+        if (c == 0) break;
+        plain = plain && c < 0xC0;
+        wide[2 * name_len] = 0;
+        wide[2 * name_len + 1] = c;
+    }
     if (name_len >= sizeof tag.name) return false;  // no terminator in the name field
-    const std::span<const char> prefix(tag.name, name_len);
     const uint64_t start = area.total();
 
-    if (plain_text(prefix)) {
+    if (plain) {
         // Room for the longest suffix, "[#i,#j,#k][#c]" with four 11-character numbers.
         std::array<char, 64> suffix;
         for (uint32_t m = 0; m < request.count; ++m) {
-            const auto len = request.is_string()
-                                 ? string_element_suffix(suffix, tag, request.first + m, m == 0 ? request.offset : 0)
-                                 : element_suffix(suffix, tag, tag.attr, request.first + m);
+            // A scalar or structure member is named by the tag name alone.
+            std::optional<std::size_t> len = 0;
+            suffix[0] = '\0';
+            if (request.is_string())
+                len = string_element_suffix(suffix, tag, request.first + m, m == 0 ? request.offset : 0);
+            else if (is_array(tag.attr))
+                len = element_suffix(suffix, tag, tag.attr, request.first + m);
             if (!len || name_len + *len > kMaxNameUnits) {
                 area.rewind(start);
                 return false;
             }
-            area.add_plain(prefix, std::span<const char>(suffix.data(), *len));
+            area.add_plain(std::span<const uint8_t>(wide.data(), 2 * name_len), suffix.data(), *len);
         }
         return true;
     }
@@ -197,17 +210,6 @@ uint32_t element_count(uint8_t bits, uint32_t size) noexcept {
         case 32: return size / 4;
         case 64: return size / 8;
         default: return 0;
-    }
-}
-
-uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
-    // A string chunk asks for its bytes plus at least one more (the words
-    // beyond the covered bytes are skipped when decoding).
-    if (request.is_string()) return (m == 0 ? request.element_size - request.offset : request.element_size) / 2 + 1;
-    switch (request.tag->bits) {
-        case 32: return 2;
-        case 64: return 4;
-        default: return 1;  // BOOL and 16-bit: one word
     }
 }
 
@@ -255,6 +257,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     plan.reading = 0;
     plan.elements = 0;
     plan.symbol_bytes = 0;
+    plan.refused = 0;
 
     uint64_t elements = 0;
     for (std::size_t i = 0; i < plan.size; ++i) {
@@ -264,6 +267,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         if (reg.regId == 0 || reg.regId > table.size()) {
             request.in_scope = scope == kGlobalScope;
             request.refusal = Refusal::UnknownTag;
+            if (request.in_scope) ++plan.refused;
             continue;
         }
         kplc_tag_str &tag = table[reg.regId - 1];
@@ -272,6 +276,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         request.in_scope = true;
         request.refusal = shape_request(tag, reg, *bufs[i], request);
         if (request.reads()) elements += request.count;
+        else ++plan.refused;
     }
 
     // Every element costs a location entry; more than kMaxElements cannot be
@@ -291,6 +296,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         if (!request.reads()) continue;
         if (!add_symbols(symbols, request)) {
             request.refusal = Refusal::BadName;
+            ++plan.refused;
             continue;
         }
         if (request.is_string()) {

@@ -90,6 +90,7 @@ struct PassPlan {
     std::array<RequestPlan, kMaxBatch> requests;
     std::size_t reading = 0;                     // requests read by this pass
     std::size_t elements = 0;                    // names sent = location entries
+    std::size_t refused = 0;                     // requests in scope that are not read
     // The symbol entries of the resolve request, formed once while the pass
     // is planned (the planner needs their size to refuse a scope that does
     // not fit) and copied into the request as they stand.
@@ -105,7 +106,16 @@ struct PassPlan {
 uint32_t element_count(uint8_t bits, uint32_t size) noexcept;
 
 // Words asked for element m of a request (the location entry's word count).
-uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept;
+inline uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
+    // A string chunk asks for its bytes plus at least one more (the words
+    // beyond the covered bytes are skipped when decoding).
+    if (request.is_string()) return (m == 0 ? request.element_size - request.offset : request.element_size) / 2 + 1;
+    switch (request.tag->bits) {
+        case 32: return 2;
+        case 64: return 4;
+        default: return 1;  // BOOL and 16-bit: one word
+    }
+}
 
 // Sets a program-local tag's mode to the catalogue id of its program, matched
 // by name; the last matching entry wins, an unknown program keeps its mode.

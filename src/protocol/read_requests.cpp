@@ -1,4 +1,5 @@
 // The two request frames of a read pass.
+#include <algorithm>
 #include <array>
 
 #include "protocol/frame.hpp"
@@ -55,7 +56,11 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
     w.u8(0);
     w.u16(static_cast<uint16_t>(plan.elements));
     w.zeros(3);
+    if (plan.elements > kMaxElements) return 0;
 
+    // The entries are formed here and written into the frame in one piece.
+    std::array<uint8_t, kMaxElements * kLocationEntrySize> entries;
+    uint8_t *entry = entries.data();
     // One resolve item per name, in request order. The cursor moves on only
     // when another item is needed: the last item's extension count is not used.
     ResolveCursor cursor(response);
@@ -63,25 +68,33 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
     for (std::size_t i = 0; i < plan.size; ++i) {
         const RequestPlan &request = plan.requests[i];
         if (!request.reads()) continue;
+        const bool is_bool = request.tag->bits == 1;
+        // Every element but a string's first asks for the same number of words.
+        const auto first_words = static_cast<uint8_t>(element_words(request, 0));
+        const auto other_words = request.is_string() ? static_cast<uint8_t>(element_words(request, 1)) : first_words;
         for (uint32_t m = 0; m < request.count; ++m) {
             if (!first_item && !cursor.advance()) return 0;
             first_item = false;
             const auto item = cursor.item();
             if (!item) return 0;
             std::array<uint8_t, 4> location = item->location;
-            if (request.tag->bits == 1) {
-                const std::size_t entry = request.first_entry + static_cast<std::size_t>(m);
+            if (is_bool) {
+                const std::size_t index = request.first_entry + static_cast<std::size_t>(m);
                 const auto bit = bool_bit(*request.tag, cursor, location);
-                if (!bit || entry >= plan.bit_numbers.size()) return 0;
-                plan.bit_numbers[entry] = *bit;
+                if (!bit || index >= plan.bit_numbers.size()) return 0;
+                plan.bit_numbers[index] = *bit;
             }
+            if (entry == entries.data() + entries.size()) return 0;  // more entries than the plan counted
             // Location entry: 00, area code, 00, word count, location.
-            const std::array<uint8_t, kLocationEntrySize> entry{
-                0, item->area, 0, static_cast<uint8_t>(element_words(request, m)),
-                location[0], location[1], location[2], location[3]};
-            w.bytes(entry);
+            entry[0] = 0;
+            entry[1] = item->area;
+            entry[2] = 0;
+            entry[3] = m == 0 ? first_words : other_words;
+            std::copy(location.begin(), location.end(), entry + 4);
+            entry += kLocationEntrySize;
         }
     }
+    w.bytes(std::span<const uint8_t>(entries.data(), static_cast<std::size_t>(entry - entries.data())));
     return w.finish();
 }
 
