@@ -9,7 +9,7 @@
 #include <array>
 #include <cstdlib>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 
 namespace kplc::fuzz {
 

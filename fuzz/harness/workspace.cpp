@@ -13,8 +13,8 @@
 #include <string>
 
 #include "harness/link.hpp"
-#include "interface/instance.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "state/process_state.hpp"
 
 namespace kplc::fuzz {
 

@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdio>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/driver.h"
 #include "kplc/support.h"
 #include "protocol/names.hpp"

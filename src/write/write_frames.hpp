@@ -19,7 +19,7 @@
 namespace kplc::write {
 
 // Requests of the write path are built in buffers of this size.
-inline constexpr std::size_t kRequestSize = 1024;
+using proto::kRequestSize;
 // The symbol count and the word count of a write travel in one byte each.
 inline constexpr std::size_t kMaxNamesPerResolve = 255;
 inline constexpr std::size_t kMaxWordsPerWrite = 255;
