@@ -20,6 +20,7 @@
 #include <span>
 
 #include "state/process_state.hpp"
+#include "format/types.hpp"
 #include "kplc/records.h"
 #include "kplc/tags.h"
 #include "protocol/frame.hpp"
@@ -43,8 +44,8 @@ inline constexpr uint32_t kMaxWordCount = 0xFF;
 inline constexpr std::size_t kMinResolveResponse = 25;
 inline constexpr std::size_t kMinValueResponse = kResponseDataOffset;
 
-// Type code of WSTRING: two terminator bytes per string element instead of one.
-inline constexpr uint16_t kWideStringType = 215;
+// WSTRING: two terminator bytes per string element instead of one.
+inline constexpr uint16_t kWideStringType = format::kWString;
 
 // Why a request is not read. Every refusal leaves the runtime's buffer
 // untouched and sets the request's error to ER_INVALID.

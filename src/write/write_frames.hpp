@@ -37,8 +37,9 @@ public:
     // Appends one symbol entry; false when it does not fit the buffer or the
     // request already holds kMaxNamesPerResolve names.
     bool add(std::span<const uint16_t> units) noexcept;
-    // Patches the symbol count and fills the header; 0 when no name was added
-    // or any name was refused (a request is never sent short of a name).
+    // Patches the symbol count and fills the header; 0 when any name was
+    // refused (a request is never sent short of a name). A request of no
+    // names goes out: it is how a run of no elements is written.
     [[nodiscard]] std::size_t finish() noexcept;
 
 private:

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "format/device_class.hpp"
+#include "format/types.hpp"
 #include "protocol/frame.hpp"
 
 namespace kplc::sim {
@@ -15,13 +17,8 @@ constexpr std::size_t kChunkChars = 255;
 // bad range column cannot make the simulator allocate gigabytes.
 constexpr uint64_t kMaxElements = uint64_t{1} << 20;
 
-constexpr uint16_t kWString = 215;
 
-// Device classes whose bits the driver writes with set bit / reset bit, which
-// carry only the low 16 bits of a location.
-constexpr bool written_by_set_reset(uint8_t device_class) {
-    return device_class == 0 || device_class == 1 || device_class == 17 || device_class == 18 || device_class == 27;
-}
+using format::written_by_set_reset;
 
 std::string describe(std::size_t id, const kplc_tag_str &rec) {
     return "tag " + std::to_string(id) + " (" + std::string(rec.name, strnlen(rec.name, sizeof rec.name)) + ")";
@@ -176,7 +173,7 @@ void TagSpace::add(const kplc_tag_str &rec, std::size_t id, Memory &memory, std:
     if (tag.is_string) {
         // Each element holds its text and its terminator, word aligned, so a
         // read of the element's whole words from any character stays inside it.
-        const uint32_t overhead = rec.type == kWString ? 2 : 1;
+        const uint32_t overhead = rec.type == format::kWString ? 2 : 1;
         tag.text_bytes = rec.byte_len > overhead ? rec.byte_len - overhead : 0;
         const uint64_t stride = std::max<uint64_t>(2, (uint64_t{rec.byte_len} + 1) & ~uint64_t{1});
         tag.area = Memory::kTextArea;
