@@ -22,5 +22,14 @@ inline constexpr std::size_t kReceiveArea = 4096;
 inline constexpr std::size_t kRequestSize = 1024;
 // A name travels as at most 255 UTF-16 code units (a 256-unit conversion buffer).
 inline constexpr std::size_t kMaxNameUnits = 255;
+// The symbol count of a resolve and the word count of a word write travel in one byte each.
+inline constexpr std::size_t kMaxNamesPerResolve = 255;
+inline constexpr std::size_t kMaxWordsPerWrite = 255;
+// Read by location: 18 bytes of header and counts, then 8 bytes per element.
+inline constexpr std::size_t kLocationHeaderSize = 18;
+inline constexpr std::size_t kLocationEntrySize = 8;
+// A resolve request's fixed part with a program scope block: header, 00 01,
+// the scope block (8), the symbol count (2).
+inline constexpr std::size_t kProgramResolveOverhead = kHeaderSize + 2 + 8 + 2;
 
 }  // namespace kplc::proto

@@ -9,6 +9,7 @@
 #include "support/instance.hpp"
 #include "protocol/link.hpp"
 #include "state/process_state.hpp"
+#include "support/places.hpp"
 #include "kplc/driver.h"
 #include "protocol/read_batch.hpp"
 #include "protocol/read_plan.hpp"
@@ -117,7 +118,7 @@ extern "C" {
 KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
                                        DrvRWBuf **buff, int var_mode) {
     if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
-    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, 320, 324);
+    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, kplc::place::kReadPassBuild, kplc::place::kReadPassAdd);
     if (entry == nullptr) return ER_INVALID;
     const auto count = static_cast<std::size_t>(nReg);
     return rd::read_pass(drv, *entry, std::span<const Reg>(reg, count), std::span<DrvRWBuf *const>(buff, count),

@@ -31,9 +31,8 @@ namespace kplc::proto::read {
 inline constexpr std::size_t kFrameSize = kReceiveArea;
 // Requests of one batch.
 inline constexpr std::size_t kMaxBatch = 256;
-// Read by location: 18 bytes of header and counts, then 8 bytes per element.
-inline constexpr std::size_t kLocationHeaderSize = 18;
-inline constexpr std::size_t kLocationEntrySize = 8;
+using proto::kLocationEntrySize;
+using proto::kLocationHeaderSize;
 // The most elements one read by location request can carry in kFrameSize bytes.
 // It bounds every per-element table of a pass.
 inline constexpr std::size_t kMaxElements = (kFrameSize - kLocationHeaderSize) / kLocationEntrySize;

@@ -12,6 +12,7 @@
 #include "format/device_class.hpp"
 #include "format/types.hpp"
 #include "protocol/names.hpp"
+#include "support/places.hpp"
 #include "write/session.hpp"
 
 namespace {
@@ -26,9 +27,6 @@ constexpr uint8_t kMember = 2;
 constexpr uint8_t kIndexedMember = 3;
 
 
-// The line number this diagnostic has always carried; kept so that panel logs
-// stay comparable.
-constexpr int kUnknownTagLine = 2514;
 
 // A multi-bit write carries one value byte per bit and is taken through a
 // 256-byte copy; longer ones are refused rather than cut.
@@ -212,7 +210,7 @@ KPLC_API unsigned int zel_plc_write(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *bu
         std::printf("[PLC] ");
         // Printed unsigned: reg_id 0 shows as 4294967295, the index it wrapped to.
         std::printf("tag id %u is not exist in this tag list %s", regid, csv_name.data());
-        std::printf(", at line: %d\r\n", kUnknownTagLine);
+        std::printf(", at line: %d\r\n", kplc::place::kUnknownWriteTag);
         return ER_INVALID;
     }
     kplc_tag_str &tag = table->tag_table[regid];

@@ -21,8 +21,8 @@ namespace kplc::write {
 // Requests of the write path are built in buffers of this size.
 using proto::kRequestSize;
 // The symbol count and the word count of a write travel in one byte each.
-inline constexpr std::size_t kMaxNamesPerResolve = 255;
-inline constexpr std::size_t kMaxWordsPerWrite = 255;
+using proto::kMaxNamesPerResolve;
+using proto::kMaxWordsPerWrite;
 // A bit number addresses one bit of a 16-bit word.
 inline constexpr uint8_t kMaxBitNumber = 15;
 

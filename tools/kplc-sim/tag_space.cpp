@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "format/device_class.hpp"
+#include "format/tag_lines.hpp"
 #include "format/types.hpp"
 #include "protocol/frame.hpp"
 
@@ -11,8 +12,6 @@ namespace kplc::sim {
 
 namespace {
 
-// The driver's loader reads its file in chunks of at most this many characters.
-constexpr std::size_t kChunkChars = 255;
 // Elements of one tag; far beyond any real PLC variable, small enough that a
 // bad range column cannot make the simulator allocate gigabytes.
 constexpr uint64_t kMaxElements = uint64_t{1} << 20;
@@ -106,21 +105,12 @@ std::optional<std::u16string> name_to_units(std::string_view utf8) {
 }
 
 TagSpace::TagSpace(std::string_view text, Memory &memory, std::vector<std::string> &warnings) {
-    std::size_t pos = 0;
-    while (pos < text.size()) {
-        std::size_t len = 0;
-        while (len < kChunkChars && pos + len < text.size()) {
-            if (text[pos + len++] == '\n') break;
-        }
-        // The loader handles each chunk as a C string: a NUL inside ends it.
-        std::string chunk(text.substr(pos, len));
-        pos += len;
-        chunk.resize(std::strlen(chunk.c_str()));
-        if (chunk.empty() || chunk.back() != '\n') continue;
+    format::for_each_definition(text, [&](std::string_view line) {
+        std::string chunk(line);  // the parser takes a C string
         kplc_tag_str rec{};
         kplc_pase_str(chunk.data(), &rec);
         add(rec, ++definitions_, memory, warnings);
-    }
+    });
     memory.seal();
 }
 
