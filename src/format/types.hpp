@@ -23,8 +23,10 @@ enum class ValueKind : uint8_t {
 };
 
 enum TypeCode : uint16_t {
-    kBool = 193, kSint, kInt, kDint, kLint, kUsint, kUint, kUdint, kUlint, kReal, kLreal, kStime, kDate,
-    kTimeOfDay, kDateAndTime, kString, kByte, kWord, kDword, kLword, kString2, kTime, kWString, kLtime,
+    kBool = 193, kSint = 194, kInt = 195, kDint = 196, kLint = 197, kUsint = 198, kUint = 199, kUdint = 200,
+    kUlint = 201, kReal = 202, kLreal = 203, kStime = 204, kDate = 205, kTimeOfDay = 206, kDateAndTime = 207,
+    kString = 208, kByte = 209, kWord = 210, kDword = 211, kLword = 212, kString2 = 213, kTime = 214,
+    kWString = 215, kLtime = 216,
 };
 
 struct TypeRow {
