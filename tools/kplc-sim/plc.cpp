@@ -105,7 +105,7 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
             for (const Program &p : tags_.programs()) {
                 const std::size_t entry = 4 + 2 + 2 * p.units.size();
                 if (p.units.empty() || p.units.size() > kMaxCatalogueNameUnits || listed.size() == 0xFF ||
-                    size + entry > kDriverReceive) {
+                    size + entry > kReceiveArea) {
                     continue;
                 }
                 listed.push_back(&p);

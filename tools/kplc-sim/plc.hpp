@@ -35,6 +35,7 @@
 #include <string_view>
 #include <vector>
 
+#include "format/frame_limits.hpp"
 #include "memory.hpp"
 #include "tag_space.hpp"
 
@@ -52,9 +53,9 @@ inline constexpr uint16_t kStatusTooLarge = 0x0105;
 inline constexpr uint32_t kMaxRequestDataLen = 0x10000;
 // Largest reply the simulator builds.
 inline constexpr std::size_t kMaxReply = 0x10000 + 14;
-// The driver takes a reply from one receive of at most this many bytes; the
-// program catalogue lists only as many programs as fit.
-inline constexpr std::size_t kDriverReceive = 4096;
+// The driver takes a reply from one receive of at most kReceiveArea bytes;
+// the program catalogue lists only as many programs as fit.
+using proto::kReceiveArea;
 
 class Plc {
 public:
