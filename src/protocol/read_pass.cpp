@@ -69,30 +69,6 @@ unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV
     return rd::decode_values(plan, *values, bufs);
 }
 
-// The bit of `scope` in a ScopeSet; scopes beyond program 7 (never read) have none.
-uint16_t scope_bit(int32_t scope) noexcept {
-    return scope >= -1 && scope <= 14 ? static_cast<uint16_t>(1U << (scope + 1)) : 0;
-}
-
-// The scopes that the batch's requests are read or reported by, mapping
-// program-local tags through the catalogue on the way. Unknown tag ids belong
-// to no scope; the global pass reports them. The passes of scopes nobody asked
-// for (most of the nine) then cost neither an exchange nor building a plan.
-uint16_t scopes_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs,
-                       std::span<const kplc::Local_MSG> catalogue) noexcept {
-    uint16_t scopes = 0;
-    for (const Reg &reg : regs) {
-        if (reg.regId == 0 || reg.regId > table.size()) {
-            scopes |= scope_bit(kplc::proto::kGlobalScope);
-            continue;
-        }
-        kplc_tag_str &tag = table[reg.regId - 1];
-        rd::map_program(tag, catalogue);
-        scopes |= scope_bit(tag.mode_type);
-    }
-    return scopes;
-}
-
 }  // namespace
 
 namespace kplc::proto::read {
@@ -111,17 +87,15 @@ unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, st
     const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
                                                      std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
     const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
-    // The catalogue does not change within a batch: a pass that loses the
-    // link fails, and a failed pass ends the batch.
-    ScopeSet own;
-    ScopeSet &set = in_use != nullptr ? *in_use : own;
-    if (!set.known) {
-        set.scopes = scopes_in_use(table, regs, catalogue);
-        set.known = true;
-    }
-    if ((set.scopes & scope_bit(scope)) == 0) return ER_OK;
+    // Which scopes the batch uses is learnt from the first pass's plan, which
+    // maps every tag of the batch; the catalogue does not change within a
+    // batch (a pass that loses the link fails, and a failed pass ends the
+    // batch), so the later passes of scopes nobody asked for cost neither an
+    // exchange nor building a plan.
+    if (in_use != nullptr && in_use->known && (in_use->scopes & scope_bit(scope)) == 0) return ER_OK;
     PassPlan plan;
     plan_pass(plan, table, regs, bufs, scope, catalogue);
+    if (in_use != nullptr) *in_use = ScopeSet{true, plan.scopes};
     if (plan.refused != 0) report_refusals(plan, regs, bufs);
     if (plan.reading == 0) return ER_OK;
     return read_scope(plan, bufs, settings);

@@ -64,6 +64,29 @@ Refusal shape_string(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &bu
     return Refusal::None;
 }
 
+// shape_request, inlined into plan_pass.
+inline Refusal shape(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
+    out.tag = &tag;
+    if (buf.buff == nullptr) return Refusal::NoBuffer;
+    if (tag.attr == STRING) return shape_string(tag, reg, buf, out);
+    // Values are decoded by width: one bit of a word, or 1, 2 or 4 words.
+    // Width 8 (SINT, USINT, BYTE) and 0 outside a string shape (STRING2) have
+    // no known layout in the value response.
+    switch (tag.bits) {
+        case 1:
+        case 16:
+        case 32:
+        case 64: break;
+        default: return Refusal::UnsupportedWidth;
+    }
+    out.first = first_element(tag.bits, reg.regAddr);
+    out.count = element_count<uint32_t>(tag.bits, reg.regNums);
+    // A scalar or structure member is sent as its bare name, which resolves to
+    // exactly one item.
+    if (!is_array(tag.attr) && out.count != 1) return Refusal::NotOneElement;
+    return Refusal::None;
+}
+
 void refuse_scope(PassPlan &plan) noexcept {
     for (std::size_t i = 0; i < plan.size; ++i) {
         if (!plan.requests[i].reads()) continue;
@@ -209,25 +232,7 @@ void map_program(kplc_tag_str &tag, std::span<const Local_MSG> catalogue) noexce
 }
 
 Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
-    out.tag = &tag;
-    if (buf.buff == nullptr) return Refusal::NoBuffer;
-    if (tag.attr == STRING) return shape_string(tag, reg, buf, out);
-    // Values are decoded by width: one bit of a word, or 1, 2 or 4 words.
-    // Width 8 (SINT, USINT, BYTE) and 0 outside a string shape (STRING2) have
-    // no known layout in the value response.
-    switch (tag.bits) {
-        case 1:
-        case 16:
-        case 32:
-        case 64: break;
-        default: return Refusal::UnsupportedWidth;
-    }
-    out.first = first_element(tag.bits, reg.regAddr);
-    out.count = element_count<uint32_t>(tag.bits, reg.regNums);
-    // A scalar or structure member is sent as its bare name, which resolves to
-    // exactly one item.
-    if (!is_array(tag.attr) && out.count != 1) return Refusal::NotOneElement;
-    return Refusal::None;
+    return shape(tag, reg, buf, out);
 }
 
 std::optional<std::size_t> element_utf8_name(std::span<char> out, const RequestPlan &request, uint32_t m) noexcept {
@@ -246,6 +251,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     plan.elements = 0;
     plan.symbol_bytes = 0;
     plan.refused = 0;
+    plan.scopes = 0;
 
     uint64_t elements = 0;
     for (std::size_t i = 0; i < plan.size; ++i) {
@@ -256,13 +262,15 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
             request.in_scope = scope == kGlobalScope;
             request.refusal = Refusal::UnknownTag;
             if (request.in_scope) ++plan.refused;
+            plan.scopes |= scope_bit(kGlobalScope);
             continue;
         }
         kplc_tag_str &tag = table[reg.regId - 1];
-        map_program(tag, catalogue);
+        if (tag.mode_type >= 0) map_program(tag, catalogue);  // global tags have no program
+        plan.scopes |= scope_bit(tag.mode_type);
         if (tag.mode_type != scope) continue;
         request.in_scope = true;
-        request.refusal = shape_request(tag, reg, *bufs[i], request);
+        request.refusal = shape(tag, reg, *bufs[i], request);
         if (request.reads()) elements += request.count;
         else ++plan.refused;
     }

@@ -91,6 +91,7 @@ struct PassPlan {
     std::size_t reading = 0;                     // requests read by this pass
     std::size_t elements = 0;                    // names sent = location entries
     std::size_t refused = 0;                     // requests in scope that are not read
+    uint16_t scopes = 0;                         // every scope the batch uses (scope_bit)
     // The symbol entries of the resolve request, formed once while the pass
     // is planned (the planner needs their size to refuse a scope that does
     // not fit) and copied into the request as they stand.
@@ -118,6 +119,12 @@ constexpr Size element_count(int bits, Size size) noexcept {
     }
 }
 
+// The bit of `scope` in a set of scopes: bit 0 the global names, bit 1 + p
+// program p. Modes beyond program 14 (never read) have none.
+inline uint16_t scope_bit(int32_t scope) noexcept {
+    return scope >= -1 && scope <= 14 ? static_cast<uint16_t>(1U << (scope + 1)) : 0;
+}
+
 // Words asked for element m of a request (the location entry's word count).
 inline uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
     // A string chunk asks for its bytes plus at least one more (the words
@@ -142,7 +149,8 @@ Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &b
 // catalogue (the new mode stays in the table), shapes every request of the
 // scope and refuses those that cannot be read. Requests whose regId names no
 // tag belong to no scope; the global pass, which every batch runs first,
-// reports them. The arrays hold plan.size == regs.size() entries (at most
+// reports them. Records in plan.scopes which scopes the batch uses (the
+// global one for unknown tag ids). The arrays hold plan.size == regs.size() entries (at most
 // kMaxBatch, each buffer pointer non-null).
 void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Reg> regs,
                std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const Local_MSG> catalogue) noexcept;
