@@ -40,8 +40,9 @@ def svg(values, title):
         sys.exit("plot_latency: no readN rows in the input")
     width, height = 720, 440
     left, right, top, bottom = 70, 30, 50, 120
-    all_values = [v for vs in values.values() for v in vs]
-    y_max = max(all_values) * 1.1
+    # Scaled to the medians: one run's outlier (another process holding the
+    # cores) would flatten the lines; bands beyond the axis are cut at its top.
+    y_max = max(statistics.median(vs) for vs in values.values()) * 1.25
     y_max = math.ceil(y_max / 5) * 5
     x_lo, x_hi = math.log2(sizes[0]), math.log2(sizes[-1]) if sizes[-1] > sizes[0] else math.log2(sizes[0]) + 1
 
@@ -49,7 +50,7 @@ def svg(values, title):
         return left + (math.log2(size) - x_lo) / (x_hi - x_lo) * (width - left - right)
 
     def y(us):
-        return top + (1 - us / y_max) * (height - top - bottom)
+        return top + (1 - min(us, y_max) / y_max) * (height - top - bottom)
 
     out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
            f'font-family="sans-serif" font-size="12">',
@@ -86,7 +87,7 @@ def svg(values, title):
         out.append(f'<text x="{left + 32}" y="{ly}">{label}</text>')
     runs = max(len(vs) for vs in values.values())
     out.append(f'<text x="{width - right}" y="{height - 10}" text-anchor="end" fill="#555">'
-               f'line: median of {runs} runs; band: their range</text>')
+               f'line: median of {runs} runs; band: their range (cut at the top of the axis)</text>')
     out.append("</svg>")
     return "\n".join(out) + "\n"
 
