@@ -1,5 +1,6 @@
 #include "commands.hpp"
 
+#include <poll.h>
 #include <sys/time.h>
 #include <time.h>
 
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <ctime>
 #include <optional>
+#include <utility>
 
 #include "capability.hpp"
 #include "check.hpp"
@@ -29,16 +31,21 @@ struct Failure {
     std::string why;
 };
 
-// Starts the relay's record of one driver call.
+// Starts the relay's record of one driver call. A PLC that closed the
+// connection since the last call is kept: it explains the next failure.
 void begin_call(Context &ctx) {
-    if (ctx.proxy != nullptr) (void)ctx.proxy->take();
+    if (ctx.proxy == nullptr) return;
+    for (TrafficEvent &e : ctx.proxy->take())
+        if (e.kind == TrafficEvent::Kind::Closed) ctx.between.assign(1, std::move(e));
 }
 
 // Why the call that returned `rc` failed: from the relay's record when it
 // shows a cause, else in the driver's own terms.
 Failure explain(Context &ctx, unsigned rc) {
     if (ctx.proxy != nullptr) {
-        const Diagnosis d = diagnose(ctx.proxy->take(), plc_text(ctx), ctx.opts.timeout);
+        std::vector<TrafficEvent> events = std::exchange(ctx.between, {});
+        for (TrafficEvent &e : ctx.proxy->take()) events.push_back(std::move(e));
+        const Diagnosis d = diagnose(events, plc_text(ctx), ctx.opts.timeout);
         if (!d.message.empty()) return {d.status, d.message};
     }
     return {kExitFailed, cat(describe_result(rc), " (PLC ", plc_text(ctx), ")")};
@@ -73,6 +80,7 @@ ReadOutcome read_selections(Context &ctx, const std::vector<Selection> &selectio
         begin_call(ctx);
         const unsigned rc = ctx.session->read(regs, ptrs);
         ctx.out.drain();
+        if (rc == ER_OK) ctx.between.clear();
         std::optional<Failure> failure;
         for (std::size_t i = 0; i < batch.size(); ++i) {
             uint32_t code = bufs[i].error;
@@ -99,9 +107,16 @@ std::string timestamp() {
     return buf;
 }
 
+// True when nobody reads the output any more (the reader of a pipe is gone),
+// seen without writing: watch prints nothing while a value stays the same.
+bool output_closed(std::FILE *out) {
+    pollfd p{::fileno(out), 0, 0};
+    return ::poll(&p, 1, 0) > 0 && (p.revents & (POLLERR | POLLHUP)) != 0;
+}
+
 // Sleeps in short steps so that an interrupt ends the wait promptly.
-void pause_ms(uint32_t ms) {
-    while (ms > 0 && !g_interrupted) {
+void pause_ms(uint32_t ms, std::FILE *out) {
+    while (ms > 0 && !g_interrupted && !output_closed(out)) {
         const uint32_t step = std::min<uint32_t>(ms, 50);
         const timespec ts{0, static_cast<long>(step) * 1000000L};
         ::nanosleep(&ts, nullptr);
@@ -142,7 +157,7 @@ void print_value(Context &ctx, bool &first, const Tag &tag, const Selection &sel
         std::fprintf(out, "%s %s %s\n", sel.label.c_str(), assign, format_selection(tag, sel, bytes).c_str());
         return;
     }
-    std::fprintf(out, "%s{\"name\":%s,\"value\":%s", first ? "[\n" : ",\n", json_string(sel.label).c_str(),
+    std::fprintf(out, "%s{\"name\":%s,\"value\":%s}", first ? "[\n" : ",\n", json_string(sel.label).c_str(),
                  json_selection(tag, sel, bytes).c_str());
     first = false;
 }
@@ -355,6 +370,7 @@ int run_write(Context &ctx) {
             begin_call(ctx);
             const unsigned rc = ctx.session->write(reg, part.data.data());
             ctx.out.drain();
+            if (rc == ER_OK) ctx.between.clear();
             if (rc == ER_OK && !g_interrupted) continue;
             const Failure f = rc == ER_OK ? Failure{kExitInterrupted, "interrupted"} : explain(ctx, rc);
             ctx.out.settle(true);
@@ -394,23 +410,24 @@ int run_watch(Context &ctx, const std::vector<Selection> &selections) {
     bool link_down = false;
     int status = kExitOk;
     for (uint64_t poll = 0; !g_interrupted && (!ctx.opts.count || poll < *ctx.opts.count); ++poll) {
-        if (poll != 0) pause_ms(ctx.opts.interval_ms);
+        if (poll != 0) pause_ms(ctx.opts.interval_ms, out);
         if (g_interrupted) break;
+        if (output_closed(out)) return kExitOk;
         // While the link is down the driver repeats the same lines at every
         // poll: "link lost" and "link back" say it once each instead.
         const ReadOutcome r = read_selections(ctx, selections, plan, !link_down);
         if (g_interrupted) break;
         status = kExitOk;
         const std::string now_time = timestamp();
-        for (std::size_t i = 0; i < selections.size(); ++i) {
-            if (!r.failures[i] || !link_failure(*r.failures[i])) continue;
-            status = r.failures[i]->status;
-            if (!link_down) std::fprintf(stderr, "%s kplc: link lost: %s\n", now_time.c_str(), r.failures[i]->why.c_str());
+        const auto failed = std::find_if(r.failures.begin(), r.failures.end(), [](const auto &f) { return f.has_value(); });
+        if (failed != r.failures.end() && (link_down || link_failure(**failed))) {
+            // Down, or going down: one line for it, none per poll.
+            status = (*failed)->status;
+            if (!link_down) std::fprintf(stderr, "%s kplc: link lost: %s\n", now_time.c_str(), (*failed)->why.c_str());
             link_down = true;
-            break;
+            continue;
         }
-        if (status != kExitOk) continue;
-        if (link_down) std::fprintf(stderr, "%s kplc: link back\n", now_time.c_str());
+        if (link_down && failed == r.failures.end()) std::fprintf(stderr, "%s kplc: link back\n", now_time.c_str());
         link_down = false;
         for (std::size_t i = 0; i < selections.size(); ++i) {
             const Selection &sel = selections[i];

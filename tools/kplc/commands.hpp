@@ -23,6 +23,7 @@ struct Context {
     TraceProxy *proxy = nullptr; // the relay between driver and PLC, whose record explains failures
     ReadLimits limits{};
     std::vector<std::string> args;  // the command's names (or NAME=VALUE), -f included
+    std::vector<TrafficEvent> between;  // what the relay saw between two calls (the PLC closing)
 };
 
 int run_list(Context &ctx);

@@ -121,7 +121,9 @@ std::vector<Exchange> exchanges_of(std::span<const TrafficEvent> events) {
             if (open) xs.back().reply = e.bytes;
             break;
         case TrafficEvent::Kind::Closed:
+            // Between requests: the connection ends with no request pending.
             if (open) xs.back().closed = true;
+            else xs.push_back({{}, std::nullopt, true});
             break;
         case TrafficEvent::Kind::ConnectFailed: break;
         }
@@ -144,6 +146,8 @@ Diagnosis diagnose(std::span<const TrafficEvent> events, const std::string &plc,
     for (const Exchange &x : xs) {
         const std::string what = command_text(command(x.request));
         if (command(x.request) == kResolve) names = resolve_names(x.request);
+        if (x.request.empty())
+            return {kExitNoAnswer, cat("the PLC at ", plc, " closed the connection")};
         if (!x.reply && x.closed)
             return {kExitNoAnswer, cat("the PLC at ", plc, " closed the connection without answering the ", what,
                                        " request")};

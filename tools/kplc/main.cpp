@@ -77,7 +77,7 @@ int run(const Options &opts) {
     out.settle(tags.tags().empty());
     if (tags.tags().empty()) return fail(kExitTag, cat("tag file '", source, "' holds no tag definitions"));
 
-    Context ctx{opts, tags, out, nullptr, nullptr, {}, {}};
+    Context ctx{opts, tags, out, nullptr, nullptr, {}, {}, {}};
     if (opts.command == Command::List) return run_list(ctx);
 
     if (!gather_names(opts, ctx.args, error)) return fail(kExitUsage, error);
