@@ -89,7 +89,10 @@ std::vector<Problem> check_tag_file(std::string_view contents, ParseLine parser)
         else if (cols[1].find('"') != std::string_view::npos || cols[1].find('\'') != std::string_view::npos)
             problem(cat("quoted name ", cols[1], ": the driver takes the quotes as part of the name"));
         if (tag.type == nullptr) {
-            problem(cat("unknown type '", type_col < cols.size() ? cols[type_col] : "",
+            // The driver read the next column as the type only when it took
+            // this one for the rest of a name ("Axis[2,3]").
+            const std::size_t shown = continued && !cols[2].ends_with("]") ? 2 : type_col;
+            problem(cat("unknown type '", shown < cols.size() ? cols[shown] : "",
                         "' (type names are upper case, as BOOL, INT, DINT, REAL, STRING)"));
             continue;
         }
@@ -106,6 +109,7 @@ std::vector<Problem> check_tag_file(std::string_view contents, ParseLine parser)
             problem(cat("name too long for the protocol: its element names take ", units,
                         " UTF-16 units, at most ", kMaxNameUnits, " travel"));
         std::string why;
+        if (!tag.shape) continue;
         if (!driver_reads(tag, why)) problem(cat("cannot be read: ", why));
         if (!driver_writes(tag, why)) problem(cat("cannot be written: ", why));
     }

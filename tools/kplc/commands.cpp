@@ -223,21 +223,22 @@ int run_list(Context &ctx) {
     return kExitOk;
 }
 
-int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser) {
+int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser,
+              std::FILE *out) {
     const std::vector<Problem> problems = check_tag_file(contents, parser);
     bool first = true;
     for (const Problem &p : problems) {
         if (opts.json) {
-            std::printf("%s{\"line\":%zu,\"problem\":%s}", first ? "[\n" : ",\n", p.line, json_string(p.text).c_str());
+            std::fprintf(out, "%s{\"line\":%zu,\"problem\":%s}", first ? "[\n" : ",\n", p.line, json_string(p.text).c_str());
             first = false;
         } else if (p.line != 0) {
-            std::printf("%s:%zu: %s\n", path.c_str(), p.line, p.text.c_str());
+            std::fprintf(out, "%s:%zu: %s\n", path.c_str(), p.line, p.text.c_str());
         } else {
-            std::printf("%s: %s\n", path.c_str(), p.text.c_str());
+            std::fprintf(out, "%s: %s\n", path.c_str(), p.text.c_str());
         }
     }
-    if (opts.json) std::fputs(first ? "[]\n" : "\n]\n", stdout);
-    else if (problems.empty()) std::printf("%s: no problems found\n", path.c_str());
+    if (opts.json) std::fputs(first ? "[]\n" : "\n]\n", out);
+    else if (problems.empty()) std::fprintf(out, "%s: no problems found\n", path.c_str());
     return problems.empty() ? kExitOk : kExitTag;
 }
 

@@ -31,7 +31,8 @@ int run_read(Context &ctx, const std::vector<Selection> &selections);
 int run_write(Context &ctx);
 int run_watch(Context &ctx, const std::vector<Selection> &selections);
 // `contents` of the tag file `path`, checked with the driver's parser.
-int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser);
+int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser,
+              std::FILE *out);
 
 // Resolves every name (ranges and rows included); lists every unknown one and
 // returns false when there was any.

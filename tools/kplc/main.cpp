@@ -63,7 +63,7 @@ int run(const Options &opts) {
     std::string contents;
     if (opts.command == Command::Check) {
         if (!read_file(opts.args[0], contents, error)) return fail(kExitTag, error);
-        const int status = run_check(opts, opts.args[0], contents, api->pase_str);
+        const int status = run_check(opts, opts.args[0], contents, api->pase_str, out.results());
         out.settle(false);
         return status;
     }
