@@ -415,8 +415,9 @@ int run_watch(Context &ctx, const std::vector<Selection> &selections) {
         if (g_interrupted) break;
         if (output_closed(out)) return kExitOk;
         // While the link is down the driver repeats the same lines at every
-        // poll: "link lost" and "link back" say it once each instead.
-        const ReadOutcome r = read_selections(ctx, selections, plan, !link_down);
+        // poll: "link lost" and "link back" say it once each instead (-v
+        // still shows them all).
+        const ReadOutcome r = read_selections(ctx, selections, plan, false);
         if (g_interrupted) break;
         status = kExitOk;
         const std::string now_time = timestamp();
