@@ -176,7 +176,9 @@ struct Replay::Data {
             if (c.current) exchanges[*c.current].reply.push_back({{bytes.begin(), bytes.end()}, time});
             return;
         }
-        if (c.broken) return;
+        // What the client sends after the PLC closed its end never reaches
+        // the PLC's application: it is no request to answer again.
+        if (c.broken || c.dir[1].finished) return;
         c.input.insert(c.input.end(), bytes.begin(), bytes.end());
         while (c.input.size() >= 8) {
             const uint32_t data_len = be32(c.input.data());
