@@ -46,7 +46,8 @@ start_sim() {
     pids+=("$sim_pid")
     sim_port=""
     for _ in $(seq 200); do
-        sim_port=$(sed -n 's/^kplc-sim listening on 127\.0\.0\.1:\([0-9][0-9]*\)$/\1/p' "$log.out")
+        # (The file appears only once the background shell has opened it.)
+        sim_port=$(sed -n 's/^kplc-sim listening on 127\.0\.0\.1:\([0-9][0-9]*\)$/\1/p' "$log.out" 2>/dev/null || true)
         [ -n "$sim_port" ] && return 0
         kill -0 "$sim_pid" 2>/dev/null || break
         sleep 0.05
