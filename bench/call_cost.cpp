@@ -4,8 +4,8 @@
 // and starts the link, then callgrind's counters are zeroed and `--calls`
 // calls are made and dumped as one part.
 //
-//   valgrind --tool=callgrind --toggle-collect=kplc_mulity_read --toggle-collect=kplc_write
-//            bench/call_cost --call read8 --calls 500
+//   valgrind --tool=callgrind --toggle-collect=kplc_mulity_read
+//            --toggle-collect=kplc_write bench/call_cost --call read8 --calls 500
 //
 // --toggle-collect counts only inside the entry points, on the thread that
 // calls them, so the simulator's thread is not in the count. Outside

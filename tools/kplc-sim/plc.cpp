@@ -252,6 +252,18 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
     return Reply::refusal(sequence, command, kStatusMalformed);
 }
 
+std::string Plc::save_state() {
+    std::lock_guard lock(mutex_);
+    std::ostringstream out;
+    memory_.save(out);
+    return out.str();
+}
+
+void Plc::load_state(std::istream &in) {
+    std::lock_guard lock(mutex_);
+    memory_.load(in);
+}
+
 std::optional<std::vector<uint8_t>> Plc::peek(int scope, std::string_view name, std::size_t bytes) {
     std::lock_guard lock(mutex_);
     const auto found = tags_.resolve(scope, name);

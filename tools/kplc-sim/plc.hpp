@@ -28,6 +28,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -80,6 +81,11 @@ public:
     bool poke(int scope, std::string_view name, std::span<const uint8_t> bytes);
     std::optional<bool> peek_bit(int scope, std::string_view name);
     bool poke_bit(int scope, std::string_view name, bool on);
+
+    // The memory as text (Memory::save), and loading it back (Memory::load,
+    // which throws std::runtime_error for text that does not fit).
+    std::string save_state();
+    void load_state(std::istream &in);
 
 private:
     std::vector<uint8_t> dispatch(std::span<const uint8_t> request);
