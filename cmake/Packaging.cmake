@@ -35,13 +35,12 @@ objdump='@CMAKE_OBJDUMP@'
 strip='@CMAKE_STRIP@'
 ]] @ONLY)
 
+# The packages hold the tools as well; a build without them has no target 'deb'.
+if(NOT TARGET kplc-cli OR NOT TARGET kplc-sim)
+  return()
+endif()
 add_custom_target(deb
   COMMAND ${PROJECT_SOURCE_DIR}/packaging/build-debs ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/debs
   USES_TERMINAL
   COMMENT "Debian packages for ${_kplc_deb_arch} in ${PROJECT_BINARY_DIR}/debs")
-add_dependencies(deb kplc)
-foreach(_tool kplc-cli kplc-sim)
-  if(TARGET ${_tool})
-    add_dependencies(deb ${_tool})
-  endif()
-endforeach()
+add_dependencies(deb kplc kplc-cli kplc-sim)
