@@ -11,8 +11,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "interface/instance.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "state/process_state.hpp"
 
 namespace kplc::bench {
 

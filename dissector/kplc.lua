@@ -1,7 +1,9 @@
 -- kplc: Wireshark / tshark dissector for the PLC protocol the kplc driver speaks.
 --
 -- Load it with  tshark -X lua_script:dissector/kplc.lua  or copy it into the
--- personal Lua plugins folder of Wireshark (see dissector/README.md).
+-- personal Lua plugins folder of Wireshark (see dissector/README.md). It finds
+-- the protocol on any TCP or UDP port by a heuristic (end of this file), and on
+-- the ports of its preferences (8500 by default) directly.
 --
 -- Frame layout, both directions (every integer big-endian):
 --   0  u32  data_len: bytes that follow the sequence number (frame length - 10)
@@ -624,3 +626,32 @@ function kplc.prefs_changed() register_ports() end
 register_ports()
 DissectorTable.get("tcp.port"):add_for_decode_as(kplc)
 DissectorTable.get("udp.port"):add_for_decode_as(kplc)
+
+------------------------------------------------------------------------------
+-- Heuristic: finds the protocol on any port, without a preference. A payload
+-- is taken for a frame of ours when it starts with a whole frame header whose
+-- length field and complement agree (1 chance in 2^32 for other data), that
+-- carries a known command code (bytes 10-11 of a request, or the echo at
+-- 12-13 of a response), and whose length fits the segment. The conversation
+-- then stays with this dissector, so later segments (a reply split in two)
+-- need not pass the test on their own.
+
+local function looks_like_frame(tvb)
+    local len = tvb:len()
+    if len < HEADER_LEN then return false end
+    local data_len = tvb(0, 4):uint()
+    if data_len < 2 or data_len + tvb(4, 4):uint() ~= 0xFFFFFFFF then return false end
+    if data_len + 10 > len then return false end
+    if CMD[tvb(10, 2):uint()] then return true end
+    return len >= RESPONSE_DATA and CMD[tvb(12, 2):uint()] ~= nil
+end
+
+local function heuristic(tvb, pinfo, root)
+    if not looks_like_frame(tvb) then return false end
+    pinfo.conversation = kplc
+    kplc.dissector(tvb, pinfo, root)
+    return true
+end
+
+kplc:register_heuristic("tcp", heuristic)
+kplc:register_heuristic("udp", heuristic)

@@ -10,7 +10,7 @@
 #include "harness/input.hpp"
 #include "harness/link.hpp"
 #include "harness/workspace.hpp"
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     auto &ws = kplc::fuzz::workspace();

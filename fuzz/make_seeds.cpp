@@ -15,7 +15,7 @@
 
 #include "harness/link.hpp"
 #include "harness/workspace.hpp"
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "plc.hpp"
 
 namespace {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "format/device_class.hpp"
 #include "kplc/tags.h"
 
 namespace {
@@ -14,7 +15,9 @@ namespace {
 bool terminated(const void *field, std::size_t size) { return std::memchr(field, 0, size) != nullptr; }
 
 bool known_device_class(uint8_t c) {
-    for (const uint8_t k : {23, 17, 18, 6, 8, 25, 7, 44, 27, 1, 0, 28, 30})
+    using namespace kplc::format;
+    for (const uint8_t k : {kDeviceR, kDeviceCR, kDeviceDM, kDeviceCM, kDeviceTM, kDeviceMR, kDeviceLR, kDeviceEM,
+                            kDeviceFM, kDeviceB, kDeviceW, kNoDevice, kDeviceZF})
         if (c == k) return true;
     return false;
 }

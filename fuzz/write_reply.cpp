@@ -6,11 +6,13 @@
 // read and write requests.
 //
 // The value buffer is one heap block of regNums + 1 bytes (one byte of room
-// beyond the count, as a runtime hands a value), so a writer that takes more
-// value bytes than the count allows (a scalar write with a short count used to)
-// is caught by the address checker. The result is one of the documented codes, and no
+// beyond the count, as a runtime hands a value), and never less than one value
+// of the tag: a scalar writer sends its tag's whole value whatever the count.
+// A writer that takes more value bytes than that is caught by the address
+// checker. The result is one of the documented codes, and no
 // descriptor is left open, also when the write fails and the link restart
 // after it is refused.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -28,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     reg.regId = static_cast<U16>(in.u8() % ids);
     reg.regAddr = in.u16();
     reg.regNums = in.u16() % 600;
-    const std::size_t room = std::size_t{reg.regNums} + 1;
+    const std::size_t room = std::max(std::size_t{reg.regNums} + 1, kplc::fuzz::value_width(reg.regId));
     auto *value = static_cast<unsigned char *>(std::malloc(room));
     if (value == nullptr) std::abort();
     std::memset(value, 0, room);

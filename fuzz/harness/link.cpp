@@ -9,7 +9,8 @@
 #include <array>
 #include <cstdlib>
 
-#include "interface/state.hpp"
+#include "format/frame_limits.hpp"
+#include "state/process_state.hpp"
 
 namespace kplc::fuzz {
 
@@ -52,7 +53,7 @@ void ScriptedLink::on_request() {
     // Take the request off the pair (all of it is there: the send into a
     // local pair completes at once) so that the pair's buffer never fills.
     std::vector<uint8_t> request;
-    std::array<uint8_t, 4096> chunk;
+    std::array<uint8_t, proto::kReceiveArea> chunk;
     ssize_t got;
     while ((got = ::recv(peer_, chunk.data(), chunk.size(), MSG_DONTWAIT)) > 0)
         request.insert(request.end(), chunk.begin(), chunk.begin() + got);

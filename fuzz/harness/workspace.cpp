@@ -13,8 +13,8 @@
 #include <string>
 
 #include "harness/link.hpp"
-#include "interface/instance.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "state/process_state.hpp"
 
 namespace kplc::fuzz {
 
@@ -74,6 +74,17 @@ std::size_t tag_count() {
     std::size_t n = 0;
     for (const char c : kTagFile) n += c == '\n' ? 1 : 0;
     return n;
+}
+
+std::size_t value_width(unsigned reg_id) {
+    std::size_t line = 1;
+    std::size_t start = 0;
+    for (; line < reg_id && start < kTagFile.size(); ++line) start = kTagFile.find('\n', start) + 1;
+    if (reg_id == 0 || start >= kTagFile.size()) return 0;
+    std::string text(kTagFile.substr(start, kTagFile.find('\n', start) + 1 - start));
+    kplc_tag_str tag{};
+    kplc_pase_str(text.data(), &tag);
+    return (tag.bits + 7u) / 8u;
 }
 
 namespace {

@@ -20,6 +20,9 @@ inline constexpr uint32_t kPlcAddress = 0x7F000001;  // 127.0.0.1
 extern const std::string_view kTagFile;
 // Number of definition lines in kTagFile.
 std::size_t tag_count();
+// Bytes of one value of tag `reg_id` (1-based; 0 for an unknown id or a text
+// type): the least a runtime's value buffer for that tag holds.
+std::size_t value_width(unsigned reg_id);
 
 struct Workspace {
     CommunicationProperty *port = nullptr;  // the runtime's port record

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "interface/instance.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "state/process_state.hpp"
 #include "kplc/driver.h"
 
 namespace {

@@ -4,7 +4,7 @@
 // build instead of the panel.
 #include <cstddef>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/records.h"
 #include "kplc/tags.h"
 

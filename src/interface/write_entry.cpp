@@ -5,9 +5,9 @@
 // it up. The runtime still receives the write's own result.
 #include <cstdio>
 
-#include "interface/instance.hpp"
-#include "interface/link.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "protocol/link.hpp"
+#include "state/process_state.hpp"
 #include "kplc/driver.h"
 
 extern "C" {

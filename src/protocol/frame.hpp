@@ -15,6 +15,8 @@
 #include <span>
 #include <string_view>
 
+#include "format/frame_limits.hpp"
+
 namespace kplc::proto {
 
 enum class Command : uint16_t {
@@ -28,15 +30,6 @@ enum class Command : uint16_t {
     ResetBit = 0x3300,
 };
 
-inline constexpr std::size_t kHeaderSize = 12;
-// Bytes of a frame that data_len does not count: itself, its complement, the sequence number.
-inline constexpr std::size_t kUncountedBytes = 10;
-// Response data (values, catalogue entries) starts here.
-inline constexpr std::size_t kResponseDataOffset = 14;
-// One exchange delivers at most this many bytes.
-inline constexpr std::size_t kMaxResponse = 4096;
-// A name travels as at most 255 UTF-16 code units (a 256-unit conversion buffer).
-inline constexpr std::size_t kMaxNameUnits = 255;
 // Scope of a global name; any other mode is a program id.
 inline constexpr int32_t kGlobalScope = -1;
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "protocol/read_plan.hpp"
 
 namespace kplc::proto::read {

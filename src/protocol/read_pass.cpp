@@ -6,13 +6,14 @@
 #include <optional>
 #include <span>
 
-#include "interface/instance.hpp"
-#include "interface/link.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "protocol/link.hpp"
+#include "state/process_state.hpp"
+#include "support/places.hpp"
 #include "kplc/driver.h"
-#include "kplc/transport.h"
 #include "protocol/read_batch.hpp"
 #include "protocol/read_plan.hpp"
+#include "transport/exchange.hpp"
 
 namespace {
 
@@ -38,30 +39,20 @@ void report_refusals(const rd::PassPlan &plan, std::span<const Reg> regs, std::s
     }
 }
 
-// One exchange into `response`; the received part, or nullopt when the
-// exchange failed (the transport has closed the socket: the link must be
-// started again).
-std::optional<std::span<const uint8_t>> exchange(std::span<uint8_t> request, std::size_t length,
-                                                 std::span<uint8_t> response, PLC_DRV_INIT_SETTINGS *settings) {
-    int received = 0;
-    if (TransRecvSockBuff(request.data(), static_cast<int>(length), response.data(), &received, settings) < 0) {
-        kplc::state().init = 0;
-        return std::nullopt;
-    }
-    const auto size = static_cast<std::size_t>(std::max(received, 0));
-    return std::span<const uint8_t>(response).first(std::min(size, response.size()));
-}
-
 unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV_INIT_SETTINGS *settings) {
     auto &st = kplc::state();
     std::array<uint8_t, rd::kFrameSize> request{};
-    std::array<uint8_t, rd::kFrameSize> response{};
+    kplc::transport::ReceiveArea response{};
+    // A failed exchange has cleared the link flag; the next batch starts the link again.
+    auto exchange = [&](std::size_t length) {
+        return kplc::transport::exchange(std::span<const uint8_t>(request).first(length), response, settings);
+    };
 
     // Sequence numbers are taken only by requests that are sent.
     std::size_t length = rd::build_resolve_request(plan, request, st.read_sid);
     if (length == 0) return ER_INVALID;  // plan_pass refuses every scope that does not fit
     kplc::next_sid(st.read_sid);
-    auto items = exchange(request, length, response, settings);
+    auto items = exchange(length);
     if (!items) return ER_INVALID;
     if (items->size() < rd::kMinResolveResponse) return ER_TIMEOUT;
 
@@ -70,7 +61,7 @@ unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV
     length = rd::build_location_request(plan, *items, request, st.read_sid);
     if (length == 0) return ER_TIMEOUT;
     kplc::next_sid(st.read_sid);
-    auto values = exchange(request, length, response, settings);
+    auto values = exchange(length);
     if (!values) return ER_INVALID;
     if (values->size() < rd::kMinValueResponse) return ER_TIMEOUT;
     return rd::decode_values(plan, *values, bufs);
@@ -127,7 +118,7 @@ extern "C" {
 KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
                                        DrvRWBuf **buff, int var_mode) {
     if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
-    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, 320, 324);
+    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, kplc::place::kReadPassBuild, kplc::place::kReadPassAdd);
     if (entry == nullptr) return ER_INVALID;
     const auto count = static_cast<std::size_t>(nReg);
     return rd::read_pass(drv, *entry, std::span<const Reg>(reg, count), std::span<DrvRWBuf *const>(buff, count),

@@ -102,18 +102,6 @@ const char *describe(Refusal refusal) noexcept {
     return "unknown";
 }
 
-uint32_t element_count(uint8_t bits, uint32_t size) noexcept {
-    switch (bits) {
-        case 0: return 1;
-        case 1:
-        case 8: return size;
-        case 16: return size / 2;
-        case 32: return size / 4;
-        case 64: return size / 8;
-        default: return 0;
-    }
-}
-
 uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
     // A string chunk asks for its bytes plus at least one more (the words
     // beyond the covered bytes are skipped when decoding).
@@ -147,7 +135,7 @@ Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &b
         default: return Refusal::UnsupportedWidth;
     }
     out.first = first_element(tag.bits, reg.regAddr);
-    out.count = element_count(tag.bits, reg.regNums);
+    out.count = element_count<uint32_t>(tag.bits, reg.regNums);
     // A scalar or structure member is sent as its bare name, which resolves to
     // exactly one item.
     if (!is_array(tag.attr) && out.count != 1) return Refusal::NotOneElement;
@@ -225,15 +213,8 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
 extern "C" {
 
 KPLC_API int xplc_getnum(int bits, int size) {
-    switch (bits) {
-        case 0: return 1;  // a string request is one element here; see the read pass
-        case 1:
-        case 8: return size;
-        case 16: return size / 2;
-        case 32: return size / 4;
-        case 64: return size / 8;
-        default: return 0;  // no other width exists in the type table
-    }
+    // A string request is one element here; see the read pass.
+    return kplc::proto::read::element_count<int>(bits, size);
 }
 
 KPLC_API int xplc_gettype(int bits, int num) {

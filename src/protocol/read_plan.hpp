@@ -19,7 +19,8 @@
 #include <optional>
 #include <span>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
+#include "format/types.hpp"
 #include "kplc/records.h"
 #include "kplc/tags.h"
 #include "protocol/frame.hpp"
@@ -27,12 +28,11 @@
 namespace kplc::proto::read {
 
 // Request and receive buffers of the read path.
-inline constexpr std::size_t kFrameSize = kMaxResponse;
+inline constexpr std::size_t kFrameSize = kReceiveArea;
 // Requests of one batch.
 inline constexpr std::size_t kMaxBatch = 256;
-// Read by location: 18 bytes of header and counts, then 8 bytes per element.
-inline constexpr std::size_t kLocationHeaderSize = 18;
-inline constexpr std::size_t kLocationEntrySize = 8;
+using proto::kLocationEntrySize;
+using proto::kLocationHeaderSize;
 // The most elements one read by location request can carry in kFrameSize bytes.
 // It bounds every per-element table of a pass.
 inline constexpr std::size_t kMaxElements = (kFrameSize - kLocationHeaderSize) / kLocationEntrySize;
@@ -43,8 +43,8 @@ inline constexpr uint32_t kMaxWordCount = 0xFF;
 inline constexpr std::size_t kMinResolveResponse = 25;
 inline constexpr std::size_t kMinValueResponse = kResponseDataOffset;
 
-// Type code of WSTRING: two terminator bytes per string element instead of one.
-inline constexpr uint16_t kWideStringType = 215;
+// WSTRING: two terminator bytes per string element instead of one.
+inline constexpr uint16_t kWideStringType = format::kWString;
 
 // Why a request is not read. Every refusal leaves the runtime's buffer
 // untouched and sets the request's error to ER_INVALID.
@@ -90,9 +90,22 @@ struct PassPlan {
     std::array<uint8_t, kMaxElements> bit_numbers{};
 };
 
-// Number of elements of a stretch of `size` (bits for BOOL, bytes otherwise),
-// as xplc_getnum, in unsigned arithmetic.
-uint32_t element_count(uint8_t bits, uint32_t size) noexcept;
+// Number of elements of a stretch of `size` (bits for BOOL, bytes otherwise)
+// of a tag `bits` wide: a string request is one element, a width no type has
+// none. The planner counts in unsigned arithmetic, the exported xplc_getnum in
+// the runtime's int.
+template <class Size>
+constexpr Size element_count(int bits, Size size) noexcept {
+    switch (bits) {
+        case 0: return 1;
+        case 1:
+        case 8: return size;
+        case 16: return size / 2;
+        case 32: return size / 4;
+        case 64: return size / 8;
+        default: return 0;
+    }
+}
 
 // Words asked for element m of a request (the location entry's word count).
 uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept;

@@ -1,6 +1,7 @@
 // The two request frames of a read pass.
 #include <array>
 
+#include "format/device_class.hpp"
 #include "protocol/frame.hpp"
 #include "protocol/read_plan.hpp"
 
@@ -8,12 +9,7 @@ namespace kplc::proto::read {
 
 namespace {
 
-// Device classes whose resolve items carry a BOOL's bit number in item byte
-// 30, the location addressing the bit's word as it stands: EM (23), DM (6),
-// ZF (44) and variables without a device (30).
-bool bit_number_in_item(uint8_t device_class) noexcept {
-    return device_class == 23 || device_class == 30 || device_class == 6 || device_class == 44;
-}
+using format::bit_number_in_item;
 
 // For a BOOL element: the bit number inside the word that the entry reads,
 // and the location adjusted to address that word. Elsewhere the location's

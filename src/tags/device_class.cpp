@@ -14,19 +14,19 @@ struct DeviceRule {
 // area is tested before the single letters it contains (CR10 is class 1, not
 // the plain R class 0).
 constexpr std::array<DeviceRule, 13> kDeviceRules{{
-    {"EM", 23},
-    {"MR", 17},
-    {"LR", 18},
-    {"DM", 6},
-    {"TM", 8},
-    {"FM", 25},
-    {"CM", 7},
-    {"ZF", 44},
-    {"B", 27},
-    {"CR", 1},
-    {"DR", 0},
-    {"W", 28},
-    {"R", 0},
+    {"EM", format::kDeviceEM},
+    {"MR", format::kDeviceMR},
+    {"LR", format::kDeviceLR},
+    {"DM", format::kDeviceDM},
+    {"TM", format::kDeviceTM},
+    {"FM", format::kDeviceFM},
+    {"CM", format::kDeviceCM},
+    {"ZF", format::kDeviceZF},
+    {"B", format::kDeviceB},
+    {"CR", format::kDeviceCR},
+    {"DR", format::kDeviceR},
+    {"W", format::kDeviceW},
+    {"R", format::kDeviceR},
 }};
 
 }  // namespace

@@ -4,10 +4,11 @@
 #include <cstdint>
 #include <string_view>
 
+#include "format/device_class.hpp"
+
 namespace kplc {
 
-// The class of a tag whose line names no device.
-inline constexpr uint8_t kNoDevice = 30;
+using format::kNoDevice;
 
 // The PLC's device class for a device text such as "DM100": the first
 // memory-area mnemonic found in it decides; texts under 3 characters name no

@@ -15,11 +15,11 @@
 #include <span>
 #include <string_view>
 
+#include "format/types.hpp"
 #include "kplc/tags.h"
 #include "tags/device_class.hpp"
 #include "tags/field_scan.hpp"
 #include "tags/tag_name.hpp"
-#include "tags/type_table.hpp"
 
 namespace {
 
@@ -49,19 +49,21 @@ bool non_empty(const Column &column) noexcept { return column && !column->empty(
 struct TypeColumn {
     std::string_view text;
     bool found = false;
+    uint16_t code = 0;
 };
 
 void look_up_type(std::string_view column, kplc_tag_str &tag, TypeColumn &type) noexcept {
     type.text = working_copy(column, kTypeColumn);
-    if (const var_type *row = kplc::find_type(type.text)) {
-        tag.type = row->id;
+    if (const auto *row = kplc::format::type_named(type.text)) {
+        tag.type = row->code;
+        type.code = row->code;
         tag.bits = row->bits;
         tag.attr = NORMAL;
         type.found = true;
     }
 }
 
-bool is_string_type(std::string_view type) noexcept { return type == "STRING" || type == "WSTRING"; }
+bool is_string_type(uint16_t code) noexcept { return code == kplc::format::kString || code == kplc::format::kWString; }
 
 void read_range(std::string_view column, kplc_tag_str &tag) noexcept {
     const std::string_view range = working_copy(column, kRangeColumn);
@@ -102,7 +104,7 @@ uint32_t element_count(const kplc_tag_str &tag) noexcept {
     return n;
 }
 
-void read_length(std::string_view column, std::string_view type, kplc_tag_str &tag) noexcept {
+void read_length(std::string_view column, uint16_t type, kplc_tag_str &tag) noexcept {
     // The range may have made a string tag an array; the string shape wins,
     // the bounds stay.
     if (is_string_type(type)) tag.attr = STRING;
@@ -113,10 +115,10 @@ void read_length(std::string_view column, std::string_view type, kplc_tag_str &t
     // length of one element plus its terminator (one byte for STRING, one
     // UTF-16 unit for WSTRING). A count that wrapped to 0 divides nothing.
     const uint32_t n = element_count(tag);
-    if (type == "STRING") {
+    if (type == kplc::format::kString) {
         if (n != 0) tag.byte_len /= n;
         tag.byte_len += 1;
-    } else if (type == "WSTRING") {
+    } else if (type == kplc::format::kWString) {
         if (n != 0) {
             tag.byte_len /= n;
             std::printf("tag wstring size(%d)\r\n", static_cast<int>(tag.byte_len));
@@ -179,14 +181,14 @@ void parse_columns(std::optional<std::string_view> line, kplc_tag_str &tag) noex
     tag.var_type = kplc::name_class(kplc::stored_name(tag.name));
 
     if (const Column range = next_column(); non_empty(range)) read_range(*range, tag);
-    if (const Column length = next_column(); non_empty(length)) read_length(*length, type.text, tag);
+    if (const Column length = next_column(); non_empty(length)) read_length(*length, type.code, tag);
     // The sixth column carries nothing but re-asserts the string shape.
-    if (const Column sixth = next_column(); non_empty(sixth) && is_string_type(type.text)) tag.attr = STRING;
+    if (const Column sixth = next_column(); non_empty(sixth) && is_string_type(type.code)) tag.attr = STRING;
 
     // The last column still holds the line feed, which counts towards the
     // device text's length when the device column is the last one.
     const Column device = next_column();
-    tag.address = !device ? kplc::kNoDevice : kplc::device_class(working_copy(*device, kDeviceColumn));
+    tag.address = !device ? uint8_t{kplc::kNoDevice} : kplc::device_class(working_copy(*device, kDeviceColumn));
 
     if (const Column mode = next_column(); non_empty(mode)) read_mode(*mode, tag);
 }

@@ -15,12 +15,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "format/tag_lines.hpp"
 #include "kplc/tags.h"
 
 namespace {
 
-constexpr std::size_t kLineBuffer = 256;
-using LineBuffer = std::array<char, kLineBuffer>;
+using LineBuffer = std::array<char, kplc::format::kLineBuffer>;
 
 // The file is read in blocks and the chunks are cut out of them, which is the
 // same as reading it a character at a time into the line buffer, without a
@@ -59,14 +59,12 @@ public:
     std::size_t next_chunk(LineBuffer &line) noexcept {
         std::size_t len = 0;
         while (len < line.size() - 1 && refill()) {
-            const std::size_t room = std::min(line.size() - 1 - len, end_ - pos_);
-            const char *from = block_.data() + pos_;
-            const auto *lf = static_cast<const char *>(std::memchr(from, '\n', room));
-            const std::size_t take = lf != nullptr ? static_cast<std::size_t>(lf - from) + 1 : room;
-            std::memcpy(line.data() + len, from, take);
+            const std::string_view block(block_.data() + pos_, end_ - pos_);
+            const std::size_t take = kplc::format::chunk_take(block, line.size() - 1 - len);
+            std::memcpy(line.data() + len, block.data(), take);
             len += take;
             pos_ += take;
-            if (lf != nullptr) break;
+            if (kplc::format::is_definition(block.substr(0, take))) break;
         }
         line[len] = '\0';
         return len;
@@ -87,7 +85,6 @@ private:
     std::size_t end_ = 0;
 };
 
-bool ends_line(const LineBuffer &line, std::size_t len) noexcept { return len != 0 && line[len - 1] == '\n'; }
 
 // The record array of a large file runs to tens of megabytes, and taking it a
 // 4 KiB page fault at a time costs more than parsing the file. Asking for huge
@@ -155,7 +152,7 @@ KPLC_API u32 kplc_build_tagtable(kplc_tag_str **g_tag_table, char *csv_name) {
     // than were allocated.
     u32 count = 0;
     for (std::size_t len; count < lines && (len = reader.next_chunk(line)) != 0;)
-        if (ends_line(line, len)) kplc_pase_str(line.data(), &table[count++]);
+        if (kplc::format::is_definition(std::string_view(line.data(), len))) kplc_pase_str(line.data(), &table[count++]);
 
     if (std::fclose(file) != 0) {
         std::printf("[PLC] Close csv file error!!! at line %d\r\n", __LINE__);

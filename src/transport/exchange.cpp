@@ -7,20 +7,33 @@
 // mistaken for the new response. Any failure after the request was handed over
 // closes the socket; the caller then clears the link flag and the next request
 // opens a new connection.
+#include "transport/exchange.hpp"
+
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstdio>
 
-#include "interface/state.hpp"
 #include "kplc/transport.h"
+#include "state/process_state.hpp"
 #include "transport/poll_wait.hpp"
 
-namespace {
+namespace kplc::transport {
 
-// One read takes at most this much; the callers' receive buffers have room for it.
-constexpr std::size_t kReceiveArea = 4096;
+std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> request, ReceiveArea &response,
+                                                 PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    int received = 0;
+    // The exported routine takes a non-const pointer but only sends from it.
+    auto *data = const_cast<uint8_t *>(request.data());
+    if (TransRecvSockBuff(data, static_cast<int>(request.size()), response.data(), &received, settings) != 0) {
+        state().init = 0;
+        return std::nullopt;
+    }
+    const auto size = static_cast<std::size_t>(std::clamp(received, 0, static_cast<int>(response.size())));
+    return std::span<const uint8_t>(response).first(size);
+}
 
-}  // namespace
+}  // namespace kplc::transport
 
 extern "C" {
 
@@ -69,7 +82,7 @@ KPLC_API int TransRecvSockBuff(void *send_data, int send_len, void *recv_data, i
     // One read, straight into the caller's buffer (which has room for the
     // whole receive area): a response split over segments yields what had
     // arrived; a longer one leaves its tail queued for the next drain.
-    const ssize_t got = ::recv(sock, recv_data, kReceiveArea, 0);
+    const ssize_t got = ::recv(sock, recv_data, kplc::proto::kReceiveArea, 0);
     if (got < 0) {
         zel_close_handel(sock);
         return -1;

@@ -25,10 +25,8 @@ constexpr uint32_t kWordBytes = 2;
 // that can half succeed.
 unsigned write_run(PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, uint32_t first,
                    uint32_t count, uint32_t words_per_element) {
-    if (count == 0) {
-        std::printf("[PLC] array write of no elements to %.255s at line %d\r\n", tag.name, __LINE__);
-        return ER_INVALID;
-    }
+    // A run of no elements still goes out, as a resolve of no names and a
+    // word write of no words; its result follows the replies.
     if (count > kMaxNamesPerResolve || count > kMaxWordsPerWrite / words_per_element) {
         std::printf("[PLC] array write of %u elements to %.255s exceeds one request at line %d\r\n", count,
                     tag.name, __LINE__);

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <optional>
 
+#include "format/device_class.hpp"
 #include "kplc/driver.h"
 #include "kplc/support.h"
 #include "protocol/names.hpp"
@@ -30,13 +31,6 @@ constexpr std::size_t kWordOffset = kplc::proto::kResponseDataOffset;
 // Reply byte 11 is the status of a bit write: 0 accepted.
 constexpr std::size_t kStatusOffset = 11;
 
-// Device classes written with set bit / reset bit: LR, MR, DR/R, B, CR.
-bool is_bit_device(uint8_t device_class) {
-    switch (device_class) {
-        case 18: case 17: case 0: case 27: case 1: return true;
-        default: return false;
-    }
-}
 
 // A bit number outside 0-15 points outside the 16-bit word; writing with it
 // would change some other bit or none, so the write is refused.
@@ -71,7 +65,7 @@ bool sent(Session &session, std::size_t length, const char *name) {
 
 std::size_t build_direct(Session &session, const ResolveItem &target, uint8_t device_class, bool value,
                          uint8_t bit) {
-    if (is_bit_device(device_class))
+    if (kplc::format::written_by_set_reset(device_class))
         return build_set_reset(session.request(), session.sequence(), target, device_class, value);
     return build_bit_write(session.request(), session.sequence(), target, value, bit);
 }
@@ -118,7 +112,7 @@ KPLC_API unsigned int zel_plc_write_bits(KPLC_WRITER_ARGS) {
     const Resolution r = resolve_name(session, tag->name, tag->mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
     uint8_t bit = 0;
-    if (!is_bit_device(tag->address)) {
+    if (!kplc::format::written_by_set_reset(tag->address)) {
         const auto b = bit_number_at30(session, tag->name);
         if (!b) return ER_INVALID;
         bit = *b;
@@ -168,7 +162,7 @@ KPLC_API unsigned int zel_plc_write_bits_struct(PLC_DRV_REG_ADDR *reg_addr, PLC_
     // Scope and device class come from the tag record, not from the name.
     const Resolution r = resolve_name(session, name, tag->mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
-    if (is_bit_device(tag->address)) {
+    if (kplc::format::written_by_set_reset(tag->address)) {
         const std::size_t length =
             build_set_reset(session.request(), session.sequence(), r.item, tag->address, bit_value(buff->buff[0]));
         if (!sent(session, length, name)) return ER_INVALID;

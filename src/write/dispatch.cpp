@@ -6,53 +6,32 @@
 #include <array>
 #include <cstdio>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/driver.h"
 #include "kplc/support.h"
+#include "format/device_class.hpp"
+#include "format/types.hpp"
 #include "protocol/names.hpp"
+#include "support/places.hpp"
 #include "write/session.hpp"
 
 namespace {
 
 using kplc::write::has_value;
 
-// Type codes of the elementary types that have a writer.
-enum TypeCode : uint16_t {
-    kBool = 193,
-    kInt = 195,
-    kDint = 196,
-    kUint = 199,
-    kUdint = 200,
-    kReal = 202,
-    kLreal = 203,
-    kString = 208,
-    kLtime = 216,
-};
+using namespace kplc::format;  // the type codes and device classes
 
 // Name classes: a plain name, a structure member, a member through an index.
 constexpr uint8_t kPlainName = 1;
 constexpr uint8_t kMember = 2;
 constexpr uint8_t kIndexedMember = 3;
 
-// Device class of a tag whose file names no device area.
-constexpr uint8_t kNoDevice = 30;
 
-// The line number this diagnostic has always carried; kept so that panel logs
-// stay comparable.
-constexpr int kUnknownTagLine = 2514;
 
 // A multi-bit write carries one value byte per bit and is taken through a
 // 256-byte copy; longer ones are refused rather than cut.
 constexpr uint32_t kMaxBoolBits = 256;
 
-// Device areas (EM, LR, MR, ZF) whose BOOL arrays are written element by
-// element through the member writer.
-bool is_per_element_area(uint8_t device_class) {
-    switch (device_class) {
-        case 23: case 18: case 17: case 44: return true;
-        default: return false;
-    }
-}
 
 // Offsets and counts arrive in bytes for 16-, 32- and 64-bit tags; the
 // writers count elements (64-bit tags: 32-bit units, halved by their writer).
@@ -124,7 +103,7 @@ unsigned write_bool(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT
                 mask_first(buff);
                 return zel_plc_write_bits(reg_addr, buff, settings, table, regid);
             }
-            if (is_per_element_area(tag.address)) return each_bit(reg_addr, buff, settings, table, regid, tag);
+            if (kplc::format::written_per_element(tag.address)) return each_bit(reg_addr, buff, settings, table, regid, tag);
             if (!pack_bits(buff, tag.name)) return ER_INVALID;
             return zel_plc_write_array_bits(reg_addr, buff, settings, table, regid);
         case kMember:
@@ -154,17 +133,6 @@ unsigned write_bool(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT
     }
 }
 
-// A scalar writer sends the whole value (2, 4 or 8 bytes) whatever the count
-// says, so the runtime must hand in at least one value: a shorter write would
-// read past its buffer. `units` is the converted count one value takes
-// (64-bit values count 32-bit units).
-bool holds_one_value(const PLC_DRV_BUFF *buff, uint32_t units, const kplc_tag_str &tag) {
-    if (buff->length >= units) return true;
-    std::printf("[PLC] write to %.255s carries fewer bytes than one %u-bit value at line %d\r\n", tag.name,
-                static_cast<unsigned>(tag.bits), __LINE__);
-    return false;
-}
-
 unsigned write_tag(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings,
                    kplc_plc_tag *table, int regid, kplc_tag_str &tag) {
     if (tag.type == kBool) return write_bool(reg_addr, buff, settings, table, regid, tag);
@@ -174,18 +142,15 @@ unsigned write_tag(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_
         case kInt:
         case kUint:
             if (!single) return zel_plc_write_array_words(reg_addr, buff, settings, table, regid);
-            if (!holds_one_value(buff, 1, tag)) return ER_INVALID;
             return zel_plc_write_words(reg_addr, buff, settings, table, regid);
         case kDint:
         case kUdint:
         case kReal:
             if (!single) return zel_plc_write_array_dwords(reg_addr, buff, settings, table, regid);
-            if (!holds_one_value(buff, 1, tag)) return ER_INVALID;
             return zel_plc_write_dwords(reg_addr, buff, settings, table, regid);
         case kLreal:
         case kLtime:
             if (!single) return zel_plc_write_array_4words(reg_addr, buff, settings, table, regid);
-            if (!holds_one_value(buff, 2, tag)) return ER_INVALID;
             return zel_plc_write_4words(reg_addr, buff, settings, table, regid);
         case kString:
             if (tag.var_type == kPlainName) return zel_plc_write_string(reg_addr, buff, settings, table, regid);
@@ -245,7 +210,7 @@ KPLC_API unsigned int zel_plc_write(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *bu
         std::printf("[PLC] ");
         // Printed unsigned: reg_id 0 shows as 4294967295, the index it wrapped to.
         std::printf("tag id %u is not exist in this tag list %s", regid, csv_name.data());
-        std::printf(", at line: %d\r\n", kUnknownTagLine);
+        std::printf(", at line: %d\r\n", kplc::place::kUnknownWriteTag);
         return ER_INVALID;
     }
     kplc_tag_str &tag = table->tag_table[regid];

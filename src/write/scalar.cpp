@@ -23,7 +23,8 @@ unsigned write_scalar(PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings, kplc_
     Session session(settings);
     const Resolution r = resolve_name(session, tag->name, tag->mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
-    // A scalar write always writes the whole tag; offset and count are not used.
+    // A scalar write always writes the whole tag, one element: offset and
+    // count are not used, and the runtime's buffer holds the tag's value.
     const std::span<const uint8_t> value(buff->buff, 2 * std::size_t{words});
     return write_words(session, r.item, words, value, ValueOrder::PanelWords, min_reply);
 }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "interface/state.hpp"
-#include "kplc/transport.h"
+#include "state/process_state.hpp"
+#include "transport/exchange.hpp"
 
 namespace kplc::write {
 
@@ -23,12 +23,9 @@ Sent Session::send(std::size_t length) noexcept {
     // is still in the settings; nothing may be sent on it until a new connect.
     if (st.init == 0) return Sent::LinkLost;
     (void)next_sid(st.write_sid);
-    int got = 0;
-    if (TransRecvSockBuff(request_.data(), static_cast<int>(length), response_.data(), &got, settings_) < 0) {
-        st.init = 0;
-        return Sent::LinkLost;
-    }
-    received_ = static_cast<std::size_t>(std::clamp(got, 0, static_cast<int>(response_.size())));
+    const auto got = transport::exchange(std::span<const uint8_t>(request_).first(length), response_, settings_);
+    if (!got) return Sent::LinkLost;
+    received_ = got->size();
     return Sent::Answered;
 }
 

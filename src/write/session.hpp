@@ -11,6 +11,7 @@
 #include "kplc/records.h"
 #include "kplc/tags.h"
 #include "protocol/frame.hpp"
+#include "transport/exchange.hpp"
 #include "write/write_frames.hpp"
 
 namespace kplc::write {
@@ -43,8 +44,7 @@ public:
 private:
     PLC_DRV_INIT_SETTINGS *settings_;
     std::array<uint8_t, kRequestSize> request_{};
-    // The exchange needs room for the largest response one read can deliver.
-    std::array<uint8_t, proto::kMaxResponse> response_{};
+    transport::ReceiveArea response_{};
     std::size_t received_ = 0;
 };
 

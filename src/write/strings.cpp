@@ -39,8 +39,10 @@ unsigned write_text(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT
     }
     // An odd text gets a zero fill byte to complete its last word.
     const uint32_t padded = n + (n & 1u);
-    if (n == 0 || padded > kMaxTextBytes) {
-        std::printf("[PLC] string write of %u bytes to %.255s is outside 1 to %u bytes at line %d\r\n", n, tag->name,
+    // An empty text still goes out: a word write of no words, whose result
+    // follows the reply like any other.
+    if (padded > kMaxTextBytes) {
+        std::printf("[PLC] string write of %u bytes to %.255s exceeds %u bytes at line %d\r\n", n, tag->name,
                     kMaxTextBytes, __LINE__);
         return ER_INVALID;
     }

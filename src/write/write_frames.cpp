@@ -32,7 +32,7 @@ bool ResolveRequest::add(std::span<const uint16_t> units) noexcept {
 }
 
 std::size_t ResolveRequest::finish() noexcept {
-    if (refused_ || names_ == 0 || !w_.patch_u16(count_offset_, static_cast<uint16_t>(names_))) return 0;
+    if (refused_ || !w_.patch_u16(count_offset_, static_cast<uint16_t>(names_))) return 0;
     return w_.finish();
 }
 

@@ -19,10 +19,10 @@
 namespace kplc::write {
 
 // Requests of the write path are built in buffers of this size.
-inline constexpr std::size_t kRequestSize = 1024;
+using proto::kRequestSize;
 // The symbol count and the word count of a write travel in one byte each.
-inline constexpr std::size_t kMaxNamesPerResolve = 255;
-inline constexpr std::size_t kMaxWordsPerWrite = 255;
+using proto::kMaxNamesPerResolve;
+using proto::kMaxWordsPerWrite;
 // A bit number addresses one bit of a 16-bit word.
 inline constexpr uint8_t kMaxBitNumber = 15;
 
@@ -37,8 +37,9 @@ public:
     // Appends one symbol entry; false when it does not fit the buffer or the
     // request already holds kMaxNamesPerResolve names.
     bool add(std::span<const uint16_t> units) noexcept;
-    // Patches the symbol count and fills the header; 0 when no name was added
-    // or any name was refused (a request is never sent short of a name).
+    // Patches the symbol count and fills the header; 0 when any name was
+    // refused (a request is never sent short of a name). A request of no
+    // names goes out: it is how a run of no elements is written.
     [[nodiscard]] std::size_t finish() noexcept;
 
 private:

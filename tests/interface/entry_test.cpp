@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "interface/instance.hpp"
-#include "interface/state.hpp"
+#include "support/instance.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/workdir.hpp"
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "interface/link.hpp"
-#include "interface/state.hpp"
+#include "protocol/link.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
 #include "testkit/workdir.hpp"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/alloc_counter.hpp"
 #include "testkit/fake_plc.hpp"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/workdir.hpp"
 

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "plc.hpp"
 #include "server.hpp"

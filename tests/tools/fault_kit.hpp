@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "plc.hpp"
 #include "server.hpp"

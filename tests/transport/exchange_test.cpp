@@ -5,7 +5,7 @@
 #include <chrono>
 #include <csignal>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "transport/support.hpp"
 #include "testkit/alloc_counter.hpp"
 #include "transport/syscall_probe.hpp"

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/alloc_counter.hpp"
 #include "testkit/fake_plc.hpp"
@@ -144,11 +144,18 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
           "00 00 00 0E FF FF FF F1 00 01 1E 01 00 84 00 00 00 01 01 02 03 04 12 34"}},
     Case{"dint", Count, 0, 4, "44 33 22 11", {R, ack()}, ER_OK,
          {"names: Count", "00 00 00 10 FF FF FF EF 00 01 1E 01 00 84 00 00 00 02 01 02 03 04 33 44 11 22"}},
-    // A scalar value is sent whole: a count short of one value would read past the runtime's bytes.
-    Case{"dint_count_short_of_a_value", Count, 0, 3, "", {}, ER_INVALID, {},
-         "carries fewer bytes than one 32-bit value"},
-    Case{"lreal_count_short_of_a_value", Big, 0, 7, "", {}, ER_INVALID, {},
-         "carries fewer bytes than one 64-bit value"},
+    // A scalar write sends the tag's whole value whatever the count says.
+    Case{"int_count_0", Speed, 0, 0, "34 12", {R, ack()}, ER_OK, {"names: Speed", "00 00 00 01 01 02 03 04 12 34"}},
+    Case{"int_count_1", Speed, 0, 1, "34 12", {R, ack()}, ER_OK, {"names: Speed", "00 00 00 01 01 02 03 04 12 34"}},
+    Case{"dint_count_0", Count, 0, 0, "44 33 22 11", {R, ack()}, ER_OK, {"names: Count", "01 02 03 04 33 44 11 22"}},
+    Case{"dint_count_1", Count, 0, 1, "44 33 22 11", {R, ack()}, ER_OK, {"names: Count", "01 02 03 04 33 44 11 22"}},
+    Case{"dint_count_3", Count, 0, 3, "44 33 22 11", {R, ack()}, ER_OK, {"names: Count", "01 02 03 04 33 44 11 22"}},
+    Case{"lreal_count_0", Big, 0, 0, "00 01 02 03 04 05 06 07", {R, ack()}, ER_OK,
+         {"names: Big", "00 04 01 02 03 04 01 00 03 02 05 04 07 06"}},
+    Case{"lreal_count_1", Big, 0, 1, "00 01 02 03 04 05 06 07", {R, ack()}, ER_OK,
+         {"names: Big", "00 04 01 02 03 04 01 00 03 02 05 04 07 06"}},
+    Case{"lreal_count_7", Big, 0, 7, "00 01 02 03 04 05 06 07", {R, ack()}, ER_OK,
+         {"names: Big", "00 04 01 02 03 04 01 00 03 02 05 04 07 06"}},
     Case{"lreal", Big, 0, 8, "00 01 02 03 04 05 06 07", {R, ack()}, ER_OK,
          {"names: Big", "00 00 00 14 FF FF FF EB 00 01 1E 01 00 84 00 00 00 04 01 02 03 04 01 00 03 02 05 04 07 06"}},
     Case{"program_local", Step, 0, 2, "02 01", {R, ack()}, ER_OK,
@@ -167,7 +174,8 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
     Case{"int_3d", Cube, 26, 2, "", {R, ack()}, ER_OK, {"names: Cube[#1,#0,#1]", "00 00 00 01 01 02 03 04 01 00"}},
     Case{"lreal_run", Vals, 16, 16, "", {R, ack()}, ER_OK,
          {"names: Vals[#2] Vals[#3]", "00 00 00 08 01 02 03 04 01 00 03 02 05 04 07 06 09 08 0B 0A 0D 0C 0F 0E"}},
-    Case{"run_of_no_element", Long, 0, 1, "", {}, ER_INVALID, {}, "[PLC] array write of no elements to Long"},
+    Case{"run_of_no_element", Long, 0, 1, "", {R, ack()}, ER_OK,
+         {"00 00 00 08 FF FF FF F7 00 00 0C 28 00 01 00 00 00 00", "00 00 00 00 01 02 03 04"}},
     Case{"run_over_255_names", Long, 0, 512, "", {}, ER_INVALID, {}, "[PLC] array write of 256 elements to Long"},
     Case{"run_over_255_words", Grid, 0, 512, "", {}, ER_INVALID, {}, "[PLC] array write of 128 elements to Grid"},
     Case{"run_over_1024_bytes", Long, 0, 200, "", {}, ER_INVALID, {}, "[PLC] names of 100 elements of Long do not fit"},
@@ -207,11 +215,13 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
     // Text: the name points at the first character; odd text gets a fill byte.
     Case{"text", Msg, 0, 3, "41 42 43 58", {R, ack()}, ER_OK,
          {"names: Msg[#0]", "00 00 00 10 FF FF FF EF 00 01 1E 01 00 84 00 00 00 02 01 02 03 04 41 42 43 00"}},
+    Case{"empty_text", Msg, 0, 0, "", {R, ack()}, ER_OK,
+         {"names: Msg[#0]", "00 00 00 0C FF FF FF F3 00 01 1E 01 00 84 00 00 00 00 01 02 03 04"}},
     Case{"text_in_array", Names, 25, 2, "", {R, ack()}, ER_OK, {"names: Names[#2][#5]", "00 01 01 02 03 04 00 01"}},
     Case{"text_in_2d_array", Grid2, 44, 2, "", {R, ack()}, ER_OK, {"names: Grid2[#1,#3][#4]", "00 01"}},
     Case{"odd_text_filled_to_242_bytes", Text, 0, 241, "", {R, ack()}, ER_OK, {"names: Text[#0]", "EE EF F0 00"}},
     Case{"text_longer_than_string", Msg, 0, 22, "", {}, ER_INVALID, {}, "[PLC]STRING not support mulity write!!!\r\n"},
-    Case{"text_over_242_bytes", Text, 0, 243, "", {}, ER_INVALID, {}, "[PLC] string write of 243 bytes to Text"},
+    Case{"text_over_242_bytes", Text, 0, 243, "", {}, ER_INVALID, {}, "[PLC] string write of 243 bytes to Text exceeds 242 bytes"},
     Case{"string_of_no_character", NoChars, 0, 1, "", {}, ER_INVALID, {}, "[PLC] string tag NoChars has no characters"},
     Case{"tag_id_0", 0, 0, 2, "", {}, ER_INVALID, {},
          "[PLC] tag id 4294967295 is not exist in this tag list ./driver/PLC7F000001_0.csv, at line: 2514\r\n"}),

@@ -1,6 +1,12 @@
 #include "memory.hpp"
 
 #include <algorithm>
+#include <cstdio>
+#include <istream>
+#include <ostream>
+#include <sstream>
+#include <stdexcept>
+#include <tuple>
 
 namespace kplc::sim {
 
@@ -103,6 +109,56 @@ std::optional<bool> Memory::bit(uint8_t area, uint32_t location) const {
     const auto &bytes = it->second.bytes;
     const unsigned word = static_cast<unsigned>(bytes[*at] << 8 | bytes[*at + 1]);
     return ((word >> (location & 15)) & 1u) != 0;
+}
+
+void Memory::save(std::ostream &out) const {
+    constexpr std::size_t kRow = 32;
+    out << "# kplc-sim state: AREA OFFSET BYTES (hexadecimal), rows of zeros left out\n";
+    for (const auto &[code, area] : areas_) {
+        for (std::size_t at = 0; at < area.bytes.size(); at += kRow) {
+            const std::size_t n = std::min(kRow, area.bytes.size() - at);
+            const auto row = area.bytes.begin() + static_cast<std::ptrdiff_t>(at);
+            if (std::all_of(row, row + static_cast<std::ptrdiff_t>(n), [](uint8_t b) { return b == 0; })) continue;
+            char head[32];
+            std::snprintf(head, sizeof head, "%02X %06zX", static_cast<unsigned>(code), at);
+            out << head;
+            for (std::size_t i = 0; i < n; ++i) {
+                std::snprintf(head, sizeof head, " %02X", static_cast<unsigned>(area.bytes[at + i]));
+                out << head;
+            }
+            out << '\n';
+        }
+    }
+}
+
+void Memory::load(std::istream &in) {
+    // Parsed whole first, so a bad line leaves the memory as it was.
+    std::vector<std::tuple<uint8_t, std::size_t, std::vector<uint8_t>>> rows;
+    std::string line;
+    for (std::size_t number = 1; std::getline(in, line); ++number) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream fields(line);
+        unsigned code = 0;
+        std::size_t offset = 0;
+        std::vector<uint8_t> bytes;
+        fields >> std::hex >> code >> offset;
+        unsigned byte = 0;
+        while (fields >> byte && byte <= 0xFF) bytes.push_back(static_cast<uint8_t>(byte));
+        const auto fail = [&](const std::string &why) {
+            throw std::runtime_error("line " + std::to_string(number) + ": " + why);
+        };
+        if (fields.fail() && !fields.eof()) fail("expected AREA OFFSET BYTES in hexadecimal");
+        if (bytes.empty() || byte > 0xFF) fail("expected AREA OFFSET BYTES in hexadecimal");
+        const auto it = code <= 0xFF ? areas_.find(static_cast<uint8_t>(code)) : areas_.end();
+        if (it == areas_.end()) fail("no area " + std::to_string(code) + " in this tag file's memory");
+        if (offset > it->second.bytes.size() || bytes.size() > it->second.bytes.size() - offset) {
+            fail("bytes beyond the end of area " + std::to_string(code));
+        }
+        rows.emplace_back(static_cast<uint8_t>(code), offset, std::move(bytes));
+    }
+    for (const auto &[code, offset, bytes] : rows) {
+        std::copy(bytes.begin(), bytes.end(), areas_[code].bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+    }
 }
 
 }  // namespace kplc::sim

@@ -24,7 +24,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <iosfwd>
 #include <optional>
+#include <string>
 #include <span>
 #include <vector>
 
@@ -68,6 +70,16 @@ public:
     // Sets or clears the bit that `location` names.
     bool set_bit(uint8_t area, uint32_t location, bool on);
     [[nodiscard]] std::optional<bool> bit(uint8_t area, uint32_t location) const;
+
+    // --- State: every area as text, for keeping a simulator's values across
+    // restarts. One line per 32 bytes that are not all zero:
+    //   AREA OFFSET BYTES...   (area code, byte offset, bytes; all hexadecimal)
+    void save(std::ostream &out) const;
+    // Loads what save() wrote, on top of the current contents. Throws
+    // std::runtime_error naming the line when a line does not fit this memory
+    // (unknown area, bytes beyond its end) or is not of that form; nothing is
+    // changed then.
+    void load(std::istream &in);
 
 private:
     struct Area {

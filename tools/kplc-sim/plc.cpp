@@ -105,7 +105,7 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
             for (const Program &p : tags_.programs()) {
                 const std::size_t entry = 4 + 2 + 2 * p.units.size();
                 if (p.units.empty() || p.units.size() > kMaxCatalogueNameUnits || listed.size() == 0xFF ||
-                    size + entry > kDriverReceive) {
+                    size + entry > kReceiveArea) {
                     continue;
                 }
                 listed.push_back(&p);
@@ -250,6 +250,18 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
     }
     // A body that ends before its fields do.
     return Reply::refusal(sequence, command, kStatusMalformed);
+}
+
+std::string Plc::save_state() {
+    std::lock_guard lock(mutex_);
+    std::ostringstream out;
+    memory_.save(out);
+    return out.str();
+}
+
+void Plc::load_state(std::istream &in) {
+    std::lock_guard lock(mutex_);
+    memory_.load(in);
 }
 
 std::optional<std::vector<uint8_t>> Plc::peek(int scope, std::string_view name, std::size_t bytes) {

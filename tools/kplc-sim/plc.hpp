@@ -28,6 +28,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -35,6 +36,7 @@
 #include <string_view>
 #include <vector>
 
+#include "format/frame_limits.hpp"
 #include "memory.hpp"
 #include "tag_space.hpp"
 
@@ -52,9 +54,9 @@ inline constexpr uint16_t kStatusTooLarge = 0x0105;
 inline constexpr uint32_t kMaxRequestDataLen = 0x10000;
 // Largest reply the simulator builds.
 inline constexpr std::size_t kMaxReply = 0x10000 + 14;
-// The driver takes a reply from one receive of at most this many bytes; the
-// program catalogue lists only as many programs as fit.
-inline constexpr std::size_t kDriverReceive = 4096;
+// The driver takes a reply from one receive of at most kReceiveArea bytes;
+// the program catalogue lists only as many programs as fit.
+using proto::kReceiveArea;
 
 class Plc {
 public:
@@ -79,6 +81,11 @@ public:
     bool poke(int scope, std::string_view name, std::span<const uint8_t> bytes);
     std::optional<bool> peek_bit(int scope, std::string_view name);
     bool poke_bit(int scope, std::string_view name, bool on);
+
+    // The memory as text (Memory::save), and loading it back (Memory::load,
+    // which throws std::runtime_error for text that does not fit).
+    std::string save_state();
+    void load_state(std::istream &in);
 
 private:
     std::vector<uint8_t> dispatch(std::span<const uint8_t> request);

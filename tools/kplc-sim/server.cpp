@@ -52,6 +52,8 @@ struct Server::Peer {
     sockaddr_in local{};  // the server's end
     std::vector<uint8_t> input;
     unsigned answered = 0;
+    bool by_client = false;    // the client ended the connection
+    const char *why = "";      // otherwise: why the server ends it
 };
 
 Server::Server(Plc &plc, ServerOptions options, ServerHooks hooks)
@@ -122,12 +124,13 @@ void Server::run_tcp() {
             Peer &peer = *peers[i];
             const ssize_t got = ::recv(peer.fd, chunk.data(), chunk.size(), 0);
             bool keep = got > 0;
+            peer.by_client = !keep;
             if (keep) {
                 peer.input.insert(peer.input.end(), chunk.begin(), chunk.begin() + got);
                 keep = serve(peer);
             }
             if (!keep) {
-                emit(peer, Event::Kind::Close);
+                emit_close(peer);
                 ::close(peer.fd);
                 peer.fd = -1;
             }
@@ -143,7 +146,8 @@ void Server::run_tcp() {
                 if (::getsockname(peer->fd, reinterpret_cast<sockaddr *>(&peer->local), &len) != 0) peer->local = local_;
                 emit(*peer, Event::Kind::Open);
                 if (options_.refuse) {
-                    emit(*peer, Event::Kind::Close);
+                    peer->why = "refusing connections";
+                    emit_close(*peer);
                     ::close(peer->fd);
                 } else {
                     peers.push_back(std::move(peer));
@@ -152,7 +156,8 @@ void Server::run_tcp() {
         }
     }
     for (const auto &p : peers) {
-        emit(*p, Event::Kind::Close);
+        p->why = "stopping";
+        emit_close(*p);
         ::close(p->fd);
     }
 }
@@ -189,15 +194,24 @@ bool Server::serve(Peer &peer) {
         // to find the next frame: the connection is closed.
         const uint32_t data_len = load_be32(peer.input.data());
         for (std::size_t i = 0; i < 4; ++i) {
-            if (peer.input[4 + i] != static_cast<uint8_t>(~peer.input[i])) return false;
+            if (peer.input[4 + i] != static_cast<uint8_t>(~peer.input[i])) {
+                peer.why = "malformed request: length complement does not match";
+                return false;
+            }
         }
-        if (data_len > kMaxRequestDataLen) return false;
+        if (data_len > kMaxRequestDataLen) {
+            peer.why = "malformed request: data length too large";
+            return false;
+        }
         const std::size_t size = 10 + std::size_t{data_len};
         if (peer.input.size() < size) return true;
         const bool keep = answer(peer, std::span<const uint8_t>(peer.input).first(size));
         peer.input.erase(peer.input.begin(), peer.input.begin() + static_cast<std::ptrdiff_t>(size));
         if (!keep || stopping_) return false;
-        if (!peer.datagram && options_.close_after != 0 && ++peer.answered >= options_.close_after) return false;
+        if (!peer.datagram && options_.close_after != 0 && ++peer.answered >= options_.close_after) {
+            peer.why = "close-after";
+            return false;
+        }
     }
     return true;
 }
@@ -211,6 +225,18 @@ void Server::emit(const Peer &peer, Event::Kind kind, std::span<const uint8_t> b
     event.client = peer.from;
     event.local = peer.local;
     event.bytes = bytes;
+    hooks_.tap(event);
+}
+
+void Server::emit_close(const Peer &peer) const {
+    if (!hooks_.tap) return;
+    Event event;
+    event.kind = Event::Kind::Close;
+    event.connection = peer.id;
+    event.client = peer.from;
+    event.local = peer.local;
+    event.by_client = peer.by_client;
+    event.reason = peer.by_client ? "closed by the client" : peer.why;
     hooks_.tap(event);
 }
 
@@ -262,7 +288,10 @@ bool Server::send_part(Peer &peer, std::span<const uint8_t> part) {
 bool Server::carry_out(Peer &peer, const Answer &answer) {
     if (answer.kind == Answer::Kind::Silence) return true;
     if (answer.delay_ms != 0 && !pause(answer.delay_ms)) return false;
-    if (answer.kind == Answer::Kind::Close) return peer.datagram;  // a datagram socket has nothing to close
+    if (answer.kind == Answer::Kind::Close) {
+        peer.why = "answer: close";
+        return peer.datagram;  // a datagram socket has nothing to close
+    }
     if (options_.trace) trace_line("< ", answer.bytes);
     if (answer.bytes.empty()) return true;
     const std::span<const uint8_t> all(answer.bytes);
@@ -280,6 +309,10 @@ bool Server::carry_out(Peer &peer, const Answer &answer) {
     if (!answer.stale.empty()) {
         gate();
         send_part(peer, answer.stale);
+    }
+    if (answer.close && !peer.datagram) {
+        peer.why = "answer: close after the reply";
+        return false;
     }
     return true;
 }

@@ -29,6 +29,7 @@ struct Answer {
     unsigned pause_ms = 0;       // Reply: pause between the two segments
     unsigned delay_ms = 0;       // wait before the first byte (or before closing)
     std::vector<uint8_t> stale;  // Reply: sent unasked after the reply
+    bool close = false;          // Reply: close the connection once the reply is out (TCP)
 };
 
 // One thing the server saw or did on a connection, for a tap (recording a
@@ -42,6 +43,10 @@ struct Event {
     sockaddr_in client{};                 // the driver's end
     sockaddr_in local{};                  // the server's end
     std::span<const uint8_t> bytes;       // Request: one framed request; Reply: one segment as sent
+    // Close: why the connection ends. by_client: the client closed it (or
+    // reset it) first; otherwise the server closes, and `reason` says why.
+    bool by_client = false;
+    const char *reason = "";
 };
 
 struct ServerHooks {
@@ -105,6 +110,7 @@ private:
     bool carry_out(Peer &peer, const Answer &answer);
     bool send_part(Peer &peer, std::span<const uint8_t> part);
     void emit(const Peer &peer, Event::Kind kind, std::span<const uint8_t> bytes = {}) const;
+    void emit_close(const Peer &peer) const;
     // Sleeps `ms` milliseconds; returns false early when stop() was called.
     bool pause(unsigned ms);
 

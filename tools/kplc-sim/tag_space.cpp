@@ -3,25 +3,21 @@
 #include <algorithm>
 #include <cstring>
 
+#include "format/device_class.hpp"
+#include "format/tag_lines.hpp"
+#include "format/types.hpp"
 #include "protocol/frame.hpp"
 
 namespace kplc::sim {
 
 namespace {
 
-// The driver's loader reads its file in chunks of at most this many characters.
-constexpr std::size_t kChunkChars = 255;
 // Elements of one tag; far beyond any real PLC variable, small enough that a
 // bad range column cannot make the simulator allocate gigabytes.
 constexpr uint64_t kMaxElements = uint64_t{1} << 20;
 
-constexpr uint16_t kWString = 215;
 
-// Device classes whose bits the driver writes with set bit / reset bit, which
-// carry only the low 16 bits of a location.
-constexpr bool written_by_set_reset(uint8_t device_class) {
-    return device_class == 0 || device_class == 1 || device_class == 17 || device_class == 18 || device_class == 27;
-}
+using format::written_by_set_reset;
 
 std::string describe(std::size_t id, const kplc_tag_str &rec) {
     return "tag " + std::to_string(id) + " (" + std::string(rec.name, strnlen(rec.name, sizeof rec.name)) + ")";
@@ -109,21 +105,12 @@ std::optional<std::u16string> name_to_units(std::string_view utf8) {
 }
 
 TagSpace::TagSpace(std::string_view text, Memory &memory, std::vector<std::string> &warnings) {
-    std::size_t pos = 0;
-    while (pos < text.size()) {
-        std::size_t len = 0;
-        while (len < kChunkChars && pos + len < text.size()) {
-            if (text[pos + len++] == '\n') break;
-        }
-        // The loader handles each chunk as a C string: a NUL inside ends it.
-        std::string chunk(text.substr(pos, len));
-        pos += len;
-        chunk.resize(std::strlen(chunk.c_str()));
-        if (chunk.empty() || chunk.back() != '\n') continue;
+    format::for_each_definition(text, [&](std::string_view line) {
+        std::string chunk(line);  // the parser takes a C string
         kplc_tag_str rec{};
         kplc_pase_str(chunk.data(), &rec);
         add(rec, ++definitions_, memory, warnings);
-    }
+    });
     memory.seal();
 }
 
@@ -176,7 +163,7 @@ void TagSpace::add(const kplc_tag_str &rec, std::size_t id, Memory &memory, std:
     if (tag.is_string) {
         // Each element holds its text and its terminator, word aligned, so a
         // read of the element's whole words from any character stays inside it.
-        const uint32_t overhead = rec.type == kWString ? 2 : 1;
+        const uint32_t overhead = rec.type == format::kWString ? 2 : 1;
         tag.text_bytes = rec.byte_len > overhead ? rec.byte_len - overhead : 0;
         const uint64_t stride = std::max<uint64_t>(2, (uint64_t{rec.byte_len} + 1) & ~uint64_t{1});
         tag.area = Memory::kTextArea;

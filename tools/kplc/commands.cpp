@@ -1,33 +1,69 @@
 #include "commands.hpp"
 
+#include <poll.h>
 #include <sys/time.h>
 #include <time.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <ctime>
+#include <optional>
+#include <utility>
 
+#include "capability.hpp"
+#include "check.hpp"
+#include "failure.hpp"
+#include "json.hpp"
+#include "selection.hpp"
 #include "text.hpp"
 #include "values.hpp"
 
 namespace kplc::cli {
-
-volatile std::sig_atomic_t g_interrupted = 0;
-
 namespace {
 
 void error_line(const std::string &message) { std::fprintf(stderr, "kplc: %s\n", message.c_str()); }
 
 std::string plc_text(const Context &ctx) { return cat(ctx.opts.plc_text, ":", *ctx.opts.port); }
 
-struct ReadOutcome {
-    std::vector<std::vector<uint8_t>> buffers;  // per selection
-    std::vector<uint32_t> errors;               // per selection: first failing result, or ER_OK
+struct Failure {
+    Exit status = kExitFailed;
+    std::string why;
 };
 
-ReadOutcome read_selections(Context &ctx, const std::vector<Selection> &selections, const ReadPlan &plan) {
+// Starts the relay's record of one driver call. A PLC that closed the
+// connection since the last call is kept: it explains the next failure.
+void begin_call(Context &ctx) {
+    if (ctx.proxy == nullptr) return;
+    for (TrafficEvent &e : ctx.proxy->take())
+        if (e.kind == TrafficEvent::Kind::Closed) ctx.between.assign(1, std::move(e));
+}
+
+// Why the call that returned `rc` failed: from the relay's record when it
+// shows a cause, else in the driver's own terms.
+Failure explain(Context &ctx, unsigned rc) {
+    if (ctx.proxy != nullptr) {
+        std::vector<TrafficEvent> events = std::exchange(ctx.between, {});
+        for (TrafficEvent &e : ctx.proxy->take()) events.push_back(std::move(e));
+        const Diagnosis d = diagnose(events, plc_text(ctx), ctx.opts.timeout);
+        if (!d.message.empty()) return {d.status, d.message};
+    }
+    return {kExitFailed, cat(describe_result(rc), " (PLC ", plc_text(ctx), ")")};
+}
+
+bool link_failure(const Failure &f) { return f.status == kExitConnect || f.status == kExitNoAnswer; }
+
+struct ReadOutcome {
+    std::vector<std::vector<uint8_t>> buffers;      // per selection
+    std::vector<std::optional<Failure>> failures;   // per selection
+};
+
+// `show_driver`: pass on the driver's lines of a failed call (not while watch
+// already reported the link as lost).
+ReadOutcome read_selections(Context &ctx, const std::vector<Selection> &selections, const ReadPlan &plan,
+                            bool show_driver = true) {
     ReadOutcome r;
-    r.errors.assign(selections.size(), ER_OK);
+    r.failures.resize(selections.size());
     for (std::size_t bytes : plan.buffer_bytes) r.buffers.emplace_back(bytes);
     for (const auto &batch : plan.batches) {
         std::vector<Reg> regs;
@@ -41,14 +77,20 @@ ReadOutcome read_selections(Context &ctx, const std::vector<Selection> &selectio
             bufs[i].error = kNotRead;
             ptrs.push_back(&bufs[i]);
         }
+        begin_call(ctx);
         const unsigned rc = ctx.session->read(regs, ptrs);
         ctx.out.drain();
+        if (rc == ER_OK) ctx.between.clear();
+        std::optional<Failure> failure;
         for (std::size_t i = 0; i < batch.size(); ++i) {
             uint32_t code = bufs[i].error;
             if (code == kNotRead && rc != ER_OK) code = rc;
-            uint32_t &slot = r.errors[batch[i].selection];
-            if (slot == ER_OK) slot = code;
+            if (code == ER_OK) continue;
+            if (!failure) failure = explain(ctx, rc != ER_OK ? rc : code);
+            auto &slot = r.failures[batch[i].selection];
+            if (!slot) slot = failure;
         }
+        ctx.out.settle(failure.has_value() && show_driver);
         if (g_interrupted) break;
     }
     return r;
@@ -65,9 +107,16 @@ std::string timestamp() {
     return buf;
 }
 
+// True when nobody reads the output any more (the reader of a pipe is gone),
+// seen without writing: watch prints nothing while a value stays the same.
+bool output_closed(std::FILE *out) {
+    pollfd p{::fileno(out), 0, 0};
+    return ::poll(&p, 1, 0) > 0 && (p.revents & (POLLERR | POLLHUP)) != 0;
+}
+
 // Sleeps in short steps so that an interrupt ends the wait promptly.
-void pause_ms(uint32_t ms) {
-    while (ms > 0 && !g_interrupted) {
+void pause_ms(uint32_t ms, std::FILE *out) {
+    while (ms > 0 && !g_interrupted && !output_closed(out)) {
         const uint32_t step = std::min<uint32_t>(ms, 50);
         const timespec ts{0, static_cast<long>(step) * 1000000L};
         ::nanosleep(&ts, nullptr);
@@ -81,27 +130,86 @@ std::string scope_text(const Tag &tag) {
     return cat("program ", *program != '\0' ? program : "?", " (", tag.rec.mode_type, ")");
 }
 
+// The device area the driver found in the device column (its class code).
+std::string device_text(const Tag &tag) {
+    switch (tag.rec.address) {
+    case 0: return "R/DR";
+    case 1: return "CR";
+    case 6: return "DM";
+    case 7: return "CM";
+    case 8: return "TM";
+    case 17: return "MR";
+    case 18: return "LR";
+    case 23: return "EM";
+    case 25: return "FM";
+    case 27: return "B";
+    case 28: return "W";
+    case 44: return "ZF";
+    default: return "-";
+    }
+}
+
+// Either the text line "NAME = VALUE" or one JSON object of an array.
+void print_value(Context &ctx, bool &first, const Tag &tag, const Selection &sel, std::span<const uint8_t> bytes,
+                 const char *assign) {
+    std::FILE *out = ctx.out.results();
+    if (!ctx.opts.json) {
+        std::fprintf(out, "%s %s %s\n", sel.label.c_str(), assign, format_selection(tag, sel, bytes).c_str());
+        return;
+    }
+    std::fprintf(out, "%s{\"name\":%s,\"value\":%s}", first ? "[\n" : ",\n", json_string(sel.label).c_str(),
+                 json_selection(tag, sel, bytes).c_str());
+    first = false;
+}
+
+void close_json(Context &ctx, bool first) {
+    if (ctx.opts.json) std::fputs(first ? "[]\n" : "\n]\n", ctx.out.results());
+}
+
 }  // namespace
 
 bool resolve_names(const TagSet &tags, const std::vector<std::string> &names, std::vector<Selection> &out) {
+    bool ok = true;
     for (const std::string &name : names) {
-        Lookup found = tags.find(name);
+        Lookup found = find_selection(tags, name);
         if (!found.selection) {
             error_line(found.error);
-            return false;
+            ok = false;
+            continue;
         }
         out.push_back(std::move(*found.selection));
     }
-    return true;
+    return ok;
 }
 
 int run_list(Context &ctx) {
-    const auto &tags = ctx.tags.tags();
-    std::vector<std::array<std::string, 5>> rows;
-    rows.push_back({"ID", "NAME", "TYPE", "SHAPE", "SCOPE"});
-    for (const Tag &tag : tags)
-        rows.push_back({std::to_string(tag.id), tag.label, type_text(tag), shape_text(tag), scope_text(tag)});
-    std::array<std::size_t, 5> width{};
+    std::FILE *out = ctx.out.results();
+    std::vector<std::array<std::string, 7>> rows;
+    rows.push_back({"ID", "NAME", "TYPE", "SHAPE", "DEVICE", "ACCESS", "SCOPE"});
+    bool first = true;
+    for (const Tag &tag : ctx.tags.tags()) {
+        std::string why;
+        const bool r = driver_reads(tag, why), w = driver_writes(tag, why);
+        if (ctx.opts.json) {
+            const std::string program = tag.is_local() ? json_string(reinterpret_cast<const char *>(tag.rec.local_name))
+                                                       : std::string("null");
+            std::fprintf(out, "%s{\"id\":%u,\"name\":%s,\"type\":%s,\"shape\":%s,\"device\":%s,\"read\":%s,"
+                              "\"write\":%s,\"program\":%s}",
+                         first ? "[\n" : ",\n", static_cast<unsigned>(tag.id), json_string(tag.label).c_str(),
+                         json_string(type_text(tag)).c_str(), json_string(shape_text(tag)).c_str(),
+                         json_string(device_text(tag)).c_str(), r ? "true" : "false", w ? "true" : "false",
+                         program.c_str());
+            first = false;
+            continue;
+        }
+        rows.push_back({std::to_string(tag.id), tag.label, type_text(tag), shape_text(tag), device_text(tag),
+                        cat(r ? "r" : "-", w ? "w" : "-"), scope_text(tag)});
+    }
+    if (ctx.opts.json) {
+        close_json(ctx, first);
+        return kExitOk;
+    }
+    std::array<std::size_t, 7> width{};
     for (const auto &row : rows)
         for (std::size_t c = 0; c < row.size(); ++c) width[c] = std::max(width[c], row[c].size());
     for (const auto &row : rows) {
@@ -110,142 +218,241 @@ int run_list(Context &ctx) {
             line += row[c];
             if (c + 1 < row.size()) line.append(width[c] - row[c].size() + 2, ' ');
         }
-        std::fprintf(ctx.out.results(), "%s\n", line.c_str());
+        std::fprintf(out, "%s\n", line.c_str());
     }
     return kExitOk;
 }
 
+int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser,
+              std::FILE *out) {
+    const std::vector<Problem> problems = check_tag_file(contents, parser);
+    bool first = true;
+    for (const Problem &p : problems) {
+        if (opts.json) {
+            std::fprintf(out, "%s{\"line\":%zu,\"problem\":%s}", first ? "[\n" : ",\n", p.line, json_string(p.text).c_str());
+            first = false;
+        } else if (p.line != 0) {
+            std::fprintf(out, "%s:%zu: %s\n", path.c_str(), p.line, p.text.c_str());
+        } else {
+            std::fprintf(out, "%s: %s\n", path.c_str(), p.text.c_str());
+        }
+    }
+    if (opts.json) std::fputs(first ? "[]\n" : "\n]\n", out);
+    else if (problems.empty()) std::fprintf(out, "%s: no problems found\n", path.c_str());
+    return problems.empty() ? kExitOk : kExitTag;
+}
+
 int run_read(Context &ctx, const std::vector<Selection> &selections) {
-    const ReadPlan plan = plan_reads(ctx.tags, selections, ctx.limits);
+    // Tags the driver cannot read are refused here, without a request.
+    std::vector<Selection> readable;
+    std::vector<std::optional<std::string>> refused;
+    for (const Selection &sel : selections) {
+        std::string why;
+        if (driver_reads(ctx.tags.tags()[sel.tag], why)) {
+            readable.push_back(sel);
+            refused.emplace_back();
+        } else {
+            refused.emplace_back(why);
+        }
+    }
+    const ReadPlan plan = plan_reads(ctx.tags, readable, ctx.limits);
     if (!plan.error.empty()) {
         error_line(plan.error);
         return kExitTag;
     }
-    const ReadOutcome r = read_selections(ctx, selections, plan);
+    const ReadOutcome r = read_selections(ctx, readable, plan);
+    if (g_interrupted) return kExitInterrupted;
     int status = kExitOk;
-    for (std::size_t i = 0; i < selections.size(); ++i) {
+    bool first = true;
+    for (std::size_t i = 0, k = 0; i < selections.size(); ++i) {
         const Selection &sel = selections[i];
-        if (r.errors[i] != ER_OK) {
-            error_line(cat("reading ", sel.label, " from ", plc_text(ctx), " failed: ", describe_result(r.errors[i])));
-            status = kExitFailed;
+        if (refused[i]) {
+            error_line(cat("reading ", sel.label, " failed: ", *refused[i]));
+            if (status == kExitOk) status = kExitFailed;
             continue;
         }
-        const Tag &tag = ctx.tags.tags()[sel.tag];
-        std::fprintf(ctx.out.results(), "%s = %s\n", sel.label.c_str(),
-                     format_selection(tag, sel, r.buffers[i]).c_str());
+        const std::size_t j = k++;
+        if (r.failures[j]) {
+            error_line(cat("reading ", sel.label, " failed: ", r.failures[j]->why));
+            if (status == kExitOk) status = r.failures[j]->status;
+            continue;
+        }
+        print_value(ctx, first, ctx.tags.tags()[sel.tag], sel, r.buffers[j], "=");
     }
+    close_json(ctx, first);
     return status;
 }
 
 int run_write(Context &ctx) {
-    // Everything is checked before the first write, so that a mistake in the
-    // third assignment does not leave the first two written.
+    // The whole batch is checked before the first write: every name, every
+    // value and the driver's writer for every type. One problem anywhere and
+    // nothing is sent; every problem is listed.
     struct Job {
         Selection target;
         WritePlan plan;
-        std::string shown;
+        std::vector<uint8_t> flat;  // the values as a read would return them
     };
     std::vector<Job> jobs;
-    for (const std::string &arg : ctx.opts.args) {
-        const auto [name, value] = *split_assignment(arg);
-        Lookup found = ctx.tags.find(name);
+    int status = kExitOk;
+    auto problem = [&status](Exit s, const std::string &message) {
+        error_line(message);
+        if (status == kExitOk) status = s;
+    };
+    for (const std::string &arg : ctx.args) {
+        const auto assignment = split_assignment(arg);
+        if (!assignment) {
+            problem(kExitUsage, cat("write expects NAME=VALUE, got '", arg, "'"));
+            continue;
+        }
+        const auto &[name, value] = *assignment;
+        Lookup found = find_selection(ctx.tags, name);
         if (!found.selection) {
-            error_line(found.error);
-            return kExitTag;
+            problem(kExitTag, found.error);
+            continue;
         }
         Selection target = std::move(*found.selection);
         const Tag &tag = ctx.tags.tags()[target.tag];
+        if (std::string why; !driver_writes(tag, why)) {
+            problem(kExitFailed, cat(name, ": ", why));
+            continue;
+        }
         const Items items = split_items(tag, target, value);
         if (!items.error.empty()) {
-            error_line(cat(name, ": ", items.error));
-            return kExitUsage;
+            problem(kExitUsage, cat(name, ": ", items.error));
+            continue;
         }
         const auto n = static_cast<uint32_t>(items.items.size());
-        if (target.whole && n != target.count) {
-            error_line(cat(name, ": ", target.count, " value(s) expected, ", n, " given"));
-            return kExitUsage;
+        const uint32_t room = target.whole ? target.count : tag.shape->elements - target.first;
+        if ((target.whole || target.count > 1) && n != target.count) {
+            problem(kExitUsage, cat(name, ": ", target.count, " value(s) expected, ", n, " given"));
+            continue;
         }
-        if (!target.whole && n > tag.shape->elements - target.first) {
-            error_line(cat(name, ": ", n, " values run past the end of ", tag.label, " (",
-                           tag.shape->elements - target.first, " element(s) from there)"));
-            return kExitUsage;
+        if (n > room) {
+            problem(kExitUsage, cat(name, ": ", n, " values run past the end of ", tag.label, " (", room,
+                                    " element(s) from there)"));
+            continue;
         }
         target.count = n;
         std::vector<std::vector<uint8_t>> encoded;
+        std::vector<uint8_t> flat;
+        bool ok = true;
         for (const std::string &item : items.items) {
             std::string error;
             auto bytes = encode_element(tag, item, error);
             if (!bytes) {
-                error_line(cat(name, ": ", error));
-                return kExitUsage;
+                problem(kExitUsage, cat(name, ": ", error));
+                ok = false;
+                break;
             }
+            flat.insert(flat.end(), bytes->begin(), bytes->end());
+            if (tag.is_text()) flat.resize(flat.size() + (tag.element_bytes - bytes->size()), 0);
             encoded.push_back(std::move(*bytes));
         }
-        // Shown back the way a read would show it.
-        std::vector<uint8_t> flat;
-        for (const auto &e : encoded) {
-            flat.insert(flat.end(), e.begin(), e.end());
-            if (tag.is_text()) flat.resize(flat.size() + (tag.element_bytes - e.size()), 0);
-        }
-        std::string shown = format_selection(tag, target, flat);
+        if (!ok) continue;
         WritePlan plan = plan_write(ctx.tags, target, encoded);
         if (!plan.error.empty()) {
-            error_line(plan.error);
-            return kExitUsage;
+            problem(kExitUsage, cat(name, ": ", plan.error));
+            continue;
         }
-        jobs.push_back({std::move(target), std::move(plan), std::move(shown)});
+        jobs.push_back({std::move(target), std::move(plan), std::move(flat)});
     }
-    for (Job &job : jobs) {
-        for (WritePart &part : job.plan.parts) {
+    if (status != kExitOk) {
+        error_line("nothing was written");
+        return status;
+    }
+
+    bool first = true;
+    for (std::size_t j = 0; j < jobs.size(); ++j) {
+        Job &job = jobs[j];
+        const Tag &tag = ctx.tags.tags()[job.target.tag];
+        for (std::size_t p = 0; p < job.plan.parts.size(); ++p) {
+            WritePart &part = job.plan.parts[p];
             Reg reg = ctx.session->reg(part.reg_id, part.reg_addr, part.reg_nums);
+            begin_call(ctx);
             const unsigned rc = ctx.session->write(reg, part.data.data());
             ctx.out.drain();
-            if (rc != ER_OK) {
-                error_line(cat("writing ", job.target.label, " to ", plc_text(ctx), " failed: ", describe_result(rc)));
-                return kExitFailed;
+            if (rc == ER_OK) ctx.between.clear();
+            if (rc == ER_OK && !g_interrupted) continue;
+            const Failure f = rc == ER_OK ? Failure{kExitInterrupted, "interrupted"} : explain(ctx, rc);
+            ctx.out.settle(true);
+            error_line(cat("writing ", job.target.label, " failed: ", f.why));
+            std::string written, not_written;
+            for (std::size_t k = 0; k < jobs.size(); ++k) {
+                std::string &list = k < j || (k == j && rc == ER_OK) ? written : not_written;
+                list += cat(list.empty() ? "" : ", ", jobs[k].target.label);
+                if (k == j && p > 0 && rc != ER_OK) list += cat(" (", p, " of its ", job.plan.parts.size(), " requests went through)");
             }
+            error_line(cat("written: ", written.empty() ? "none" : written, "; not written: ",
+                           not_written.empty() ? "none" : not_written));
+            close_json(ctx, first);
+            return f.status;
         }
-        std::fprintf(ctx.out.results(), "%s := %s\n", job.target.label.c_str(), job.shown.c_str());
+        ctx.out.settle(false);
+        print_value(ctx, first, tag, job.target, job.flat, ":=");
     }
+    close_json(ctx, first);
     return kExitOk;
 }
 
 int run_watch(Context &ctx, const std::vector<Selection> &selections) {
+    for (const Selection &sel : selections)
+        if (std::string why; !driver_reads(ctx.tags.tags()[sel.tag], why)) {
+            error_line(cat("cannot watch ", sel.label, ": ", why));
+            return kExitFailed;
+        }
     const ReadPlan plan = plan_reads(ctx.tags, selections, ctx.limits);
     if (!plan.error.empty()) {
         error_line(plan.error);
         return kExitTag;
     }
+    std::FILE *out = ctx.out.results();
     std::vector<std::string> last(selections.size());
     std::vector<bool> seen(selections.size(), false);
-    bool last_poll_failed = false;
+    bool link_down = false;
+    int status = kExitOk;
     for (uint64_t poll = 0; !g_interrupted && (!ctx.opts.count || poll < *ctx.opts.count); ++poll) {
-        if (poll != 0) pause_ms(ctx.opts.interval_ms);
+        if (poll != 0) pause_ms(ctx.opts.interval_ms, out);
         if (g_interrupted) break;
-        const ReadOutcome r = read_selections(ctx, selections, plan);
+        if (output_closed(out)) return kExitOk;
+        // While the link is down the driver repeats the same lines at every
+        // poll: "link lost" and "link back" say it once each instead (-v
+        // still shows them all).
+        const ReadOutcome r = read_selections(ctx, selections, plan, false);
         if (g_interrupted) break;
-        last_poll_failed = false;
+        status = kExitOk;
+        const std::string now_time = timestamp();
+        const auto failed = std::find_if(r.failures.begin(), r.failures.end(), [](const auto &f) { return f.has_value(); });
+        if (failed != r.failures.end() && (link_down || link_failure(**failed))) {
+            // Down, or going down: one line for it, none per poll.
+            status = (*failed)->status;
+            if (!link_down) std::fprintf(stderr, "%s kplc: link lost: %s\n", now_time.c_str(), (*failed)->why.c_str());
+            link_down = true;
+            continue;
+        }
+        if (link_down && failed == r.failures.end()) std::fprintf(stderr, "%s kplc: link back\n", now_time.c_str());
+        link_down = false;
         for (std::size_t i = 0; i < selections.size(); ++i) {
             const Selection &sel = selections[i];
-            std::string now;
-            if (r.errors[i] != ER_OK) {
-                last_poll_failed = true;
-                now = cat("\x01", describe_result(r.errors[i]));  // marks a failure state
-            } else {
-                now = format_selection(ctx.tags.tags()[sel.tag], sel, r.buffers[i]);
-            }
+            const Tag &tag = ctx.tags.tags()[sel.tag];
+            std::string now = r.failures[i] ? cat("\x01", r.failures[i]->why)  // marks a failure state
+                                            : format_selection(tag, sel, r.buffers[i]);
+            if (r.failures[i]) status = r.failures[i]->status;
             if (seen[i] && now == last[i]) continue;
             seen[i] = true;
             last[i] = now;
             if (now.front() == '\x01')
-                std::fprintf(stderr, "%s kplc: reading %s from %s failed: %s\n", timestamp().c_str(), sel.label.c_str(),
-                             plc_text(ctx).c_str(), now.c_str() + 1);
+                std::fprintf(stderr, "%s kplc: reading %s failed: %s\n", now_time.c_str(), sel.label.c_str(),
+                             now.c_str() + 1);
+            else if (ctx.opts.json)
+                std::fprintf(out, "{\"time\":\"%s\",\"name\":%s,\"value\":%s}\n", now_time.c_str(),
+                             json_string(sel.label).c_str(), json_selection(tag, sel, r.buffers[i]).c_str());
             else
-                std::fprintf(ctx.out.results(), "%s %s = %s\n", timestamp().c_str(), sel.label.c_str(), now.c_str());
+                std::fprintf(out, "%s %s = %s\n", now_time.c_str(), sel.label.c_str(), now.c_str());
         }
-        std::fflush(ctx.out.results());
+        // A reader that went away (watch ... | head -1) ends the watch quietly.
+        if (std::fflush(out) != 0 || std::ferror(out)) return kExitOk;
     }
-    return last_poll_failed ? kExitFailed : kExitOk;
+    return g_interrupted ? kExitInterrupted : status;
 }
 
 }  // namespace kplc::cli

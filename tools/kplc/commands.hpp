@@ -1,36 +1,41 @@
 // The tool's commands.
 #pragma once
 
-#include <csignal>
+#include <string>
 #include <vector>
 
 #include "driver_api.hpp"
 #include "driver_output.hpp"
+#include "exit_status.hpp"
 #include "options.hpp"
 #include "plan.hpp"
+#include "signals.hpp"
 #include "tag_set.hpp"
+#include "trace_proxy.hpp"
 
 namespace kplc::cli {
-
-enum Exit : int { kExitOk = 0, kExitFailed = 1, kExitUsage = 2, kExitTag = 3, kExitLibrary = 4 };
-
-// Set by SIGINT/SIGTERM; watch stops at the next poll.
-extern volatile std::sig_atomic_t g_interrupted;
 
 struct Context {
     const Options &opts;
     const TagSet &tags;
     DriverOutput &out;
-    Session *session = nullptr;  // null for list
+    Session *session = nullptr;  // null for list and check
+    TraceProxy *proxy = nullptr; // the relay between driver and PLC, whose record explains failures
     ReadLimits limits{};
+    std::vector<std::string> args;  // the command's names (or NAME=VALUE), -f included
+    std::vector<TrafficEvent> between;  // what the relay saw between two calls (the PLC closing)
 };
 
 int run_list(Context &ctx);
 int run_read(Context &ctx, const std::vector<Selection> &selections);
 int run_write(Context &ctx);
 int run_watch(Context &ctx, const std::vector<Selection> &selections);
+// `contents` of the tag file `path`, checked with the driver's parser.
+int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser,
+              std::FILE *out);
 
-// Resolves every name; prints the first error and returns false.
+// Resolves every name (ranges and rows included); lists every unknown one and
+// returns false when there was any.
 bool resolve_names(const TagSet &tags, const std::vector<std::string> &names, std::vector<Selection> &out);
 
 }  // namespace kplc::cli

@@ -61,9 +61,19 @@ void DriverOutput::drain() {
         partial_.append(buf, static_cast<std::size_t>(n));
     }
     std::size_t start = 0;
-    for (std::size_t lf; (lf = partial_.find('\n', start)) != std::string::npos; start = lf + 1)
-        emit(std::string_view(partial_).substr(start, lf - start));
+    for (std::size_t lf; (lf = partial_.find('\n', start)) != std::string::npos; start = lf + 1) {
+        const std::string_view line = std::string_view(partial_).substr(start, lf - start);
+        if (chatter_ == Chatter::Verbose) emit(line);
+        else if (chatter_ == Chatter::Normal) held_.emplace_back(line);
+    }
     partial_.erase(0, start);
+}
+
+void DriverOutput::settle(bool failed) {
+    drain();
+    if (failed)
+        for (const std::string &line : held_) emit(line);
+    held_.clear();
 }
 
 void DriverOutput::emit(std::string_view line) {
@@ -78,7 +88,7 @@ void DriverOutput::emit(std::string_view line) {
 DriverOutput::~DriverOutput() {
     if (pipe_read_ < 0) return;
     drain();
-    if (!partial_.empty()) emit(partial_);
+    if (!partial_.empty() && chatter_ == Chatter::Verbose) emit(partial_);
     std::fflush(results_);
     // Give descriptor 1 back so that anything printed after this still shows.
     ::dup2(saved_stdout_, STDOUT_FILENO);

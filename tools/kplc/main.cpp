@@ -1,6 +1,6 @@
 // kplc: reads and writes PLC tags by name through the kplc driver library,
 // loading it and filling the runtime's records exactly as the panel runtime does.
-#include <csignal>
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -11,6 +11,7 @@
 #include "driver_api.hpp"
 #include "driver_output.hpp"
 #include "options.hpp"
+#include "signals.hpp"
 #include "text.hpp"
 #include "trace_proxy.hpp"
 #include "work_folder.hpp"
@@ -22,22 +23,26 @@ using namespace kplc::cli;
 constexpr uint32_t kLoopback = 0x7F000001;
 constexpr const char *kToolVersion = "0.1.0";
 
-void on_signal(int) { g_interrupted = 1; }
-
-void install_signals() {
-    struct sigaction sa {};
-    sa.sa_handler = on_signal;
-    sigemptyset(&sa.sa_mask);
-    sa.sa_flags = 0;  // no SA_RESTART: a blocked wait for the PLC returns at once
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-    // A PLC that closes the connection must not end the tool through a send.
-    std::signal(SIGPIPE, SIG_IGN);
-}
-
 int fail(int status, const std::string &message) {
     std::fprintf(stderr, "kplc: %s\n", message.c_str());
     return status;
+}
+
+// The names of the command line and of -f FILE (or standard input).
+bool gather_names(const Options &opts, std::vector<std::string> &names, std::string &error) {
+    names = opts.args;
+    if (opts.names_file.empty()) return true;
+    std::string text;
+    if (opts.names_file == "-") {
+        char buf[4096];
+        for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, stdin)) > 0;) text.append(buf, n);
+    } else if (!read_file(opts.names_file, text, error)) {
+        return false;
+    }
+    const std::vector<std::string> more = names_in(text);
+    names.insert(names.end(), more.begin(), more.end());
+    if (names.empty()) error = cat("no tag names given (", opts.names_file, " holds none)");
+    return !names.empty();
 }
 
 int run(const Options &opts) {
@@ -52,58 +57,62 @@ int run(const Options &opts) {
         return kExitOk;
     }
 
-    DriverOutput out;
+    DriverOutput out(opts.chatter);
     out.start();
 
-    // The tag file: --tags, or the one the runtime would find in --workdir.
-    const std::string source =
-        !opts.tags.empty() ? opts.tags : cat(opts.workdir, "/", tag_file_name(opts.plc, opts.dev).substr(2));
     std::string contents;
-    if (!read_file(source, contents, error)) return fail(kExitTag, error);
-    const TagSet tags = TagSet::parse(contents, api->pase_str);
-    out.drain();
-    if (tags.tags().empty()) return fail(kExitTag, cat("tag file '", source, "' holds no tag definitions"));
-
-    Context ctx{opts, tags, out};
-    if (opts.command == Command::List) return run_list(ctx);
-
-    std::vector<Selection> selections;
-    if (opts.command != Command::Write && !resolve_names(tags, opts.args, selections)) return kExitTag;
-
-    // With --trace the driver talks to the proxy on 127.0.0.1, so its address
-    // (and the tag file name it forms from it) is the proxy's.
-    std::unique_ptr<TraceProxy> proxy;
-    Session::Endpoint endpoint{opts.plc, *opts.port, opts.timeout, opts.udp, opts.dev};
-    if (opts.trace) {
-        proxy = std::make_unique<TraceProxy>(opts.plc, *opts.port, opts.udp);
-        if (!proxy->start(error)) return fail(kExitFailed, error);
-        endpoint.addr = kLoopback;
-        endpoint.port = proxy->port();
+    if (opts.command == Command::Check) {
+        if (!read_file(opts.args[0], contents, error)) return fail(kExitTag, error);
+        const int status = run_check(opts, opts.args[0], contents, api->pase_str, out.results());
+        out.settle(false);
+        return status;
     }
 
-    // The user's folder is used only when asked for and no proxy changes the name.
+    // The tag file: --tags, or the one the runtime would find in --workdir.
+    std::string source;
+    if (!pick_tag_file(opts.tags, opts.workdir, tag_file_name(opts.plc, opts.dev), opts.install_tags, source,
+                       contents, error))
+        return fail(opts.tags.empty() || error.starts_with("cannot read") ? kExitTag : kExitUsage, error);
+    const TagSet tags = TagSet::parse(contents, api->pase_str);
+    out.settle(tags.tags().empty());
+    if (tags.tags().empty()) return fail(kExitTag, cat("tag file '", source, "' holds no tag definitions"));
+
+    Context ctx{opts, tags, out, nullptr, nullptr, {}, {}, {}};
+    if (opts.command == Command::List) return run_list(ctx);
+
+    if (!gather_names(opts, ctx.args, error)) return fail(kExitUsage, error);
+    std::vector<Selection> selections;
+    if (opts.command != Command::Write && !resolve_names(tags, ctx.args, selections)) return kExitTag;
+
+    // The driver talks to the relay on 127.0.0.1, which passes everything on
+    // to the PLC and keeps the record that explains failures; the tag file
+    // name the driver forms is therefore the relay's.
+    const int connect_ms = std::max(500, opts.timeout * 1000 - 200);
+    TraceProxy proxy(opts.plc, *opts.port, opts.udp, opts.trace, connect_ms);
+    if (!proxy.start(error)) return fail(kExitFailed, error);
+    const Session::Endpoint endpoint{kLoopback, proxy.port(), opts.timeout, opts.udp, opts.dev};
+
     WorkFolder folder;
-    const bool own_folder = opts.workdir.empty() || opts.trace;
-    const bool copy = own_folder || !opts.tags.empty();
-    if (!folder.enter(own_folder ? std::string{} : opts.workdir, tag_file_name(endpoint.addr, endpoint.dev),
-                      copy ? &contents : nullptr, error))
-        return fail(kExitFailed, error);
+    if (!folder.enter(tag_file_name(endpoint.addr, endpoint.dev), contents, error)) return fail(kExitFailed, error);
 
     Session session(*api, endpoint);
     if (!session.open(error)) {
-        out.drain();
+        out.settle(true);
         return fail(kExitFailed, error);
     }
     ctx.session = &session;
+    ctx.proxy = &proxy;
     ctx.limits.max_requests = session.batch_limit();
-    out.drain();
+    out.settle(false);
 
+    int status = kExitUsage;
     switch (opts.command) {
-    case Command::Read: return run_read(ctx, selections);
-    case Command::Write: return run_write(ctx);
-    case Command::Watch: return run_watch(ctx, selections);
-    default: return kExitUsage;
+    case Command::Read: status = run_read(ctx, selections); break;
+    case Command::Write: status = run_write(ctx); break;
+    case Command::Watch: status = run_watch(ctx, selections); break;
+    default: break;
     }
+    return g_interrupted ? kExitInterrupted : status;
 }
 
 }  // namespace
@@ -119,6 +128,6 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "kplc: %s\nTry 'kplc --help'.\n", parsed.error.c_str());
         return kExitUsage;
     }
-    install_signals();
+    start_signal_watch();
     return run(parsed.options);
 }

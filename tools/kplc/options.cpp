@@ -14,6 +14,7 @@ const char *const kUsage =
     "       kplc [options] read NAME|ID...\n"
     "       kplc [options] write NAME=VALUE...\n"
     "       kplc [options] watch NAME|ID... [--interval-ms N] [--count N]\n"
+    "       kplc [--lib PATH] check FILE\n"
     "\n"
     "Reads and writes PLC tags by name through the kplc driver, as the panel runtime does.\n"
     "\n"
@@ -22,23 +23,31 @@ const char *const kUsage =
     "  --port N           PLC port (required for read, write and watch)\n"
     "  --dev N            device index: selects the tag file PLC<addr>_<N>.csv (default 0)\n"
     "  --tags FILE        tag definition file to use\n"
-    "  --workdir DIR      run in DIR, whose ./driver/ folder holds the tag files\n"
-    "                     (default: a private temporary folder)\n"
+    "  --workdir DIR      take the tag file the runtime would use from DIR/driver/ (read only)\n"
+    "  --install-tags     with --workdir and --tags: copy FILE into DIR/driver/ when that\n"
+    "                     file does not exist yet (never replaces one)\n"
     "  --timeout S        response time-out in seconds (default 3)\n"
     "  --udp              talk to the PLC over UDP\n"
     "  --trace            print every request and reply in hex (on stderr)\n"
+    "  --json             results as JSON (watch: one object per line)\n"
+    "  -f FILE            more names (write: NAME=VALUE) from FILE, one per line; '-' reads stdin\n"
+    "  -q, --quiet        never show the driver's diagnostic lines\n"
+    "  -v, --verbose      show every diagnostic line of the driver\n"
     "  --lib PATH         driver library to load (default: libkplc.so next to the tool)\n"
     "  --interval-ms N    watch: poll interval (default 500)\n"
     "  --count N          watch: stop after N polls\n"
     "  -h, --help         this text\n"
     "  --version          tool and driver version\n"
     "\n"
-    "Names: as 'kplc list' shows them, or a tag id; an array element as Speed[3] or Grid[1,2].\n"
+    "Names: as 'kplc list' shows them, or a tag id; an array element as Speed[3] or Grid[1,2];\n"
+    "a range as Speed[2..4], a row as Grid[1].\n"
     "Values: numbers, 0/1 for BOOL, text for strings; arrays as comma lists (1,2,3);\n"
     "Speed[3]=7,8 writes elements 3 and 4.\n"
     "\n"
-    "exit status: 0 success, 1 the PLC or the driver failed a request, 2 bad arguments or values,\n"
-    "             3 unknown tag or unusable tag file, 4 the driver library could not be loaded\n";
+    "exit status: 0 success, 1 the driver failed or refused a request, 2 bad arguments or values,\n"
+    "             3 unknown tag or unusable tag file, 4 the driver library could not be loaded,\n"
+    "             5 cannot connect, 6 no answer from the PLC, 7 reply too short, 8 reply not usable,\n"
+    "             130 interrupted\n";
 
 namespace {
 
@@ -56,6 +65,7 @@ std::optional<Command> command_of(std::string_view word) {
     if (word == "read") return Command::Read;
     if (word == "write") return Command::Write;
     if (word == "watch") return Command::Watch;
+    if (word == "check") return Command::Check;
     return std::nullopt;
 }
 
@@ -73,6 +83,19 @@ std::optional<uint32_t> parse_ipv4(std::string_view text) {
         text.remove_prefix(dot == std::string_view::npos ? text.size() : dot + 1);
     }
     return addr;
+}
+
+std::vector<std::string> names_in(std::string_view text) {
+    std::vector<std::string> out;
+    while (!text.empty()) {
+        const std::size_t lf = text.find('\n');
+        std::string_view line = text.substr(0, lf);
+        text.remove_prefix(lf == std::string_view::npos ? text.size() : lf + 1);
+        while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) line.remove_prefix(1);
+        while (!line.empty() && (line.back() == ' ' || line.back() == '\t' || line.back() == '\r')) line.remove_suffix(1);
+        if (!line.empty() && line.front() != '#') out.emplace_back(line);
+    }
+    return out;
 }
 
 std::optional<std::pair<std::string, std::string>> split_assignment(std::string_view arg) {
@@ -98,7 +121,9 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
 
     for (std::size_t i = 0; i < args.size(); ++i) {
         std::string_view arg = args[i];
-        if (options_done || arg.size() < 2 || arg[0] != '-' || (arg[1] != '-' && arg != "-h")) {
+        static constexpr std::string_view kShort[] = {"-h", "-q", "-v", "-f"};
+        const bool is_short = std::find(std::begin(kShort), std::end(kShort), arg) != std::end(kShort);
+        if (options_done || arg.size() < 2 || arg[0] != '-' || (arg[1] != '-' && !is_short)) {
             if (o.command == Command::None) {
                 const auto cmd = command_of(arg);
                 if (!cmd) return fail(cat("unknown command '", arg, "'"));
@@ -116,17 +141,29 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             o.help = true;
             continue;
         }
+        if (arg == "-q" || arg == "--quiet" || arg == "-v" || arg == "--verbose") {
+            o.chatter = arg == "-q" || arg == "--quiet" ? Chatter::Quiet : Chatter::Verbose;
+            continue;
+        }
+        if (arg == "-f") {
+            if (i + 1 >= args.size()) return fail("option -f needs a file name (or -)");
+            o.names_file = args[++i];
+            if (o.names_file.empty()) return fail("-f needs a file name (or -)");
+            continue;
+        }
         std::string_view name = arg;
         std::optional<std::string_view> value;
         if (const std::size_t eq = arg.find('='); eq != std::string_view::npos) {
             name = arg.substr(0, eq);
             value = arg.substr(eq + 1);
         }
-        const bool is_flag = name == "--udp" || name == "--trace" || name == "--version";
-        if (is_flag) {
+        static constexpr std::string_view kFlags[] = {"--udp", "--trace", "--version", "--json", "--install-tags"};
+        if (std::find(std::begin(kFlags), std::end(kFlags), name) != std::end(kFlags)) {
             if (value) return fail(cat("option ", name, " takes no value"));
             if (name == "--udp") o.udp = true;
             else if (name == "--trace") o.trace = true;
+            else if (name == "--json") o.json = true;
+            else if (name == "--install-tags") o.install_tags = true;
             else o.version = true;
             continue;
         }
@@ -180,12 +217,18 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
     if (o.help || o.version) return r;
     if (o.command == Command::None) return fail("no command given");
     if (watch_options && o.command != Command::Watch) return fail("--interval-ms and --count belong to watch");
+    if (o.command == Command::Check) {
+        if (o.args.size() != 1) return fail("check takes one tag file");
+        return r;
+    }
     if (o.tags.empty() && o.workdir.empty()) return fail("no tag file: give --tags FILE (or --workdir DIR)");
+    if (o.install_tags && (o.tags.empty() || o.workdir.empty()))
+        return fail("--install-tags needs both --workdir DIR and --tags FILE");
     if (o.command == Command::List) {
         if (!o.args.empty()) return fail("list takes no arguments");
         return r;
     }
-    if (o.args.empty()) return fail("no tag names given");
+    if (o.args.empty() && o.names_file.empty()) return fail("no tag names given");
     if (!o.port) return fail("no PLC port: give --port N");
     if (o.command == Command::Write)
         for (const std::string &a : o.args)

@@ -10,7 +10,10 @@
 
 namespace kplc::cli {
 
-enum class Command { None, List, Read, Write, Watch };
+enum class Command { None, List, Read, Write, Watch, Check };
+
+// How much of the driver's own diagnostic lines reaches standard error.
+enum class Chatter { Quiet, Normal, Verbose };
 
 struct Options {
     Command command = Command::None;
@@ -30,6 +33,10 @@ struct Options {
     std::optional<uint64_t> count;
     bool help = false;
     bool version = false;
+    bool json = false;           // results as JSON
+    bool install_tags = false;   // with --workdir and --tags: copy the tag file into DIR/driver/
+    Chatter chatter = Chatter::Normal;
+    std::string names_file;      // -f: more names (or NAME=VALUE) one per line; "-" for standard input
 };
 
 struct ParsedOptions {
@@ -43,6 +50,10 @@ ParsedOptions parse_options(std::span<const std::string_view> args);
 
 // "a.b.c.d" (or "localhost") as the runtime's address number.
 std::optional<uint32_t> parse_ipv4(std::string_view text);
+
+// The lines of a names file (-f): blank lines and lines starting with '#' are
+// skipped, blanks around each line dropped.
+std::vector<std::string> names_in(std::string_view text);
 
 // Splits "NAME=VALUE" at the first '=' that is not inside brackets.
 std::optional<std::pair<std::string, std::string>> split_assignment(std::string_view arg);

@@ -1,5 +1,7 @@
 #include "plan.hpp"
 
+#include "format/frame_limits.hpp"
+
 #include <algorithm>
 
 #include "text.hpp"
@@ -7,19 +9,14 @@
 namespace kplc::cli {
 namespace {
 
-// Header (12) + 00 01 + a program scope block (8) + the symbol count (2).
-constexpr std::size_t kResolveOverhead = 24;
-// Header (12) + 00, count (2), 00 00 00.
-constexpr std::size_t kLocationOverhead = 18;
-constexpr std::size_t kLocationEntry = 8;
-// Values start at offset 14 of the response.
-constexpr std::size_t kValueOverhead = 14;
-
-// Write requests are built in 1024-byte buffers; the symbol count and the word
-// count of a word write are single bytes.
-constexpr std::size_t kWriteFrame = 1024;
-constexpr uint32_t kMaxWriteWords = 255;
-constexpr uint32_t kMaxWriteNames = 255;
+// The driver's frame sizes and one-byte counts.
+constexpr std::size_t kResolveOverhead = proto::kProgramResolveOverhead;
+constexpr std::size_t kLocationOverhead = proto::kLocationHeaderSize;
+constexpr std::size_t kLocationEntry = proto::kLocationEntrySize;
+constexpr std::size_t kValueOverhead = proto::kResponseDataOffset;
+constexpr std::size_t kWriteFrame = proto::kRequestSize;
+constexpr uint32_t kMaxWriteWords = proto::kMaxWordsPerWrite;
+constexpr uint32_t kMaxWriteNames = proto::kMaxNamesPerResolve;
 // The dispatcher copies the value bytes of a BOOL write into 256 bytes.
 constexpr uint32_t kMaxBoolRun = 64;
 // A string write carries its length in one byte of data_len (12 + n): keep n

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "format/frame_limits.hpp"
 #include "tag_set.hpp"
 
 namespace kplc::cli {
@@ -21,7 +22,7 @@ namespace kplc::cli {
 struct ReadLimits {
     std::size_t max_requests = 8;  // per batch: what the driver announces to the runtime
     std::size_t max_names = 120;   // per batch: keeps the resolve response within 4096 bytes
-    std::size_t frame_bytes = 4096;
+    std::size_t frame_bytes = proto::kReceiveArea;
 };
 
 // One Reg of a read batch and where its bytes go.

@@ -2,6 +2,8 @@
 
 #include "text.hpp"
 
+#include "format/tag_lines.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -9,8 +11,6 @@
 namespace kplc::cli {
 namespace {
 
-// The loader reads a file with a 256-byte line buffer: at most 255 characters per chunk.
-constexpr std::size_t kChunkChars = 255;
 // Arrays larger than this are not addressable through one tool invocation; the
 // bound also keeps every byte offset of the runtime's requests within 32 bits.
 constexpr uint64_t kMaxElements = 1u << 20;
@@ -129,15 +129,7 @@ std::optional<std::vector<int64_t>> parse_indices(std::string_view text) {
 
 std::vector<std::string> definition_lines(std::string_view contents) {
     std::vector<std::string> lines;
-    std::size_t pos = 0;
-    while (pos < contents.size()) {
-        const std::size_t room = std::min(kChunkChars, contents.size() - pos);
-        const std::size_t lf = contents.substr(pos, room).find('\n');
-        const std::size_t len = lf == std::string_view::npos ? room : lf + 1;
-        const std::string_view chunk = contents.substr(pos, len);
-        pos += len;
-        if (chunk.back() == '\n') lines.emplace_back(chunk);
-    }
+    format::for_each_definition(contents, [&](std::string_view line) { lines.emplace_back(line); });
     return lines;
 }
 

@@ -6,29 +6,16 @@
 #include <optional>
 #include <string_view>
 
+#include "format/types.hpp"
+
 namespace kplc::cli {
 
-// How the bytes of one element are interpreted.
-enum class ValueKind : uint8_t {
-    Bool,      // one byte per bit, 0 or 1
-    Signed,    // little-endian two's complement
-    Unsigned,  // little-endian
-    Bits,      // bit strings (BYTE, WORD, ...), shown in hexadecimal
-    Real,      // IEEE 754, 4 or 8 bytes, little-endian
-    Text,      // 8-bit characters, zero-terminated within the element
-    WideText,  // UTF-16 code units, high byte first, as the PLC sends them
-};
-
-struct TypeInfo {
-    std::string_view name;
-    uint16_t code;
-    uint8_t bits;  // 0 for the text types
-    ValueKind kind;
-};
+using format::ValueKind;
+using TypeInfo = format::TypeRow;
 
 // The row of the type code the tag file parser stored, or nullptr.
-const TypeInfo *type_info(uint16_t code) noexcept;
+constexpr const TypeInfo *type_info(uint16_t code) noexcept { return format::type_of(code); }
 
-inline constexpr uint16_t kTypeWString = 215;
+inline constexpr uint16_t kTypeWString = format::kWString;
 
 }  // namespace kplc::cli

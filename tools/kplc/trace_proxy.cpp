@@ -1,14 +1,17 @@
 #include "trace_proxy.hpp"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "text.hpp"
 
@@ -17,7 +20,6 @@ namespace {
 
 constexpr uint32_t kLoopback = 0x7F000001;
 constexpr int kPollMs = 100;
-constexpr int kConnectTimeoutMs = 3000;
 
 sockaddr_in address(uint32_t addr, uint16_t port) {
     sockaddr_in sa{};
@@ -91,26 +93,52 @@ TraceProxy::~TraceProxy() {
     close_fd(upstream_fd_);
 }
 
+std::vector<TrafficEvent> TraceProxy::take() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(events_, {});
+}
+
+void TraceProxy::record(TrafficEvent::Kind kind, const uint8_t *data, std::size_t n, int error) {
+    if (print_ && data != nullptr) print(kind == TrafficEvent::Kind::Request ? '>' : '<', data, n);
+    std::lock_guard lock(mutex_);
+    events_.push_back({kind, std::vector<uint8_t>(data, data + n), error});
+}
+
 int TraceProxy::connect_plc() {
-    int fd = ::socket(AF_INET, (udp_ ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
+    int fd = ::socket(AF_INET, (udp_ ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC | (udp_ ? 0 : SOCK_NONBLOCK), 0);
     if (fd < 0) return -1;
     const sockaddr_in sa = address(plc_addr_, plc_port_);
     if (udp_) {
         if (::connect(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa) != 0) close_fd(fd);
         return fd;
     }
-    // Bounded connect: the driver waits for its response meanwhile.
-    const timeval tv{kConnectTimeoutMs / 1000, 0};
-    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
-    if (::connect(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa) != 0) {
-        const int err = errno;
+    // Bounded connect, while the driver waits for its response; -1: the PLC
+    // did not answer in time (recorded as errno 0).
+    int err = ::connect(fd, reinterpret_cast<const sockaddr *>(&sa), sizeof sa) == 0 ? 0 : errno;
+    if (err == EINPROGRESS) {
+        err = -1;
+        for (int waited = 0; waited < connect_ms_ && !stop_; waited += kPollMs) {
+            pollfd p{fd, POLLOUT, 0};
+            if (::poll(&p, 1, std::min(kPollMs, connect_ms_ - waited)) <= 0) continue;
+            socklen_t len = sizeof err;
+            ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len);
+            break;
+        }
+    }
+    if (err == 0) {
+        ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+        return fd;
+    }
+    err = std::max(err, 0);
+    if (print_) {
         char addr[INET_ADDRSTRLEN] = "?";
         const in_addr ia{htonl(plc_addr_)};
         ::inet_ntop(AF_INET, &ia, addr, sizeof addr);
         std::fprintf(stderr, "trace: cannot connect to %s:%u: %s\n", addr, static_cast<unsigned>(plc_port_),
-                     std::strerror(err));
-        close_fd(fd);
+                     err != 0 ? std::strerror(err) : "no answer in time");
     }
+    record(TrafficEvent::Kind::ConnectFailed, nullptr, 0, err);
+    close_fd(fd);
     return fd;
 }
 
@@ -140,12 +168,14 @@ void TraceProxy::run_tcp() {
             const ssize_t n = ::recv(from, buf, sizeof buf, 0);
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) {
-                std::fprintf(stderr, "trace: %s closed the connection\n", side == 1 ? "driver" : "PLC");
+                if (print_) std::fprintf(stderr, "trace: %s closed the connection\n", side == 1 ? "driver" : "PLC");
+                if (side == 2) record(TrafficEvent::Kind::Closed);
                 close_fd(driver);
                 close_fd(plc);
                 break;
             }
-            print(side == 1 ? '>' : '<', buf, static_cast<std::size_t>(n));
+            // Recorded before it is passed on, so the record is complete when the driver returns.
+            record(side == 1 ? TrafficEvent::Kind::Request : TrafficEvent::Kind::Reply, buf, static_cast<std::size_t>(n));
             if (!send_all(to, buf, static_cast<std::size_t>(n))) {
                 close_fd(driver);
                 close_fd(plc);
@@ -172,14 +202,16 @@ void TraceProxy::run_udp() {
             if (n >= 0) {
                 driver = from;
                 driver_len = from_len;
-                print('>', buf, static_cast<std::size_t>(n));
+                record(TrafficEvent::Kind::Request, buf, static_cast<std::size_t>(n));
                 (void)::send(upstream_fd_, buf, static_cast<std::size_t>(n), 0);
             }
         }
         if ((fds[1].revents & POLLIN) != 0) {
             const ssize_t n = ::recv(upstream_fd_, buf, sizeof buf, 0);
+            // A datagram to a closed port comes back as an ICMP error on the next receive.
+            if (n < 0 && errno == ECONNREFUSED) record(TrafficEvent::Kind::ConnectFailed, nullptr, 0, errno);
             if (n >= 0) {
-                print('<', buf, static_cast<std::size_t>(n));
+                record(TrafficEvent::Kind::Reply, buf, static_cast<std::size_t>(n));
                 if (driver_len != 0)
                     (void)::sendto(listen_fd_, buf, static_cast<std::size_t>(n), 0,
                                    reinterpret_cast<const sockaddr *>(&driver), driver_len);

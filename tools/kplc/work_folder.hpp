@@ -1,10 +1,11 @@
-// The folder the driver runs in.
+// The folder the driver runs in, and where its tag file comes from.
 //
 // The driver finds its tag file relative to the working folder, as
 // "./driver/PLC%08X_%d.csv" formed from the PLC address it was given and the
-// device index. The tool runs the driver in a private temporary folder (so the
-// user's folder is not littered) holding a copy of the tag file under that
-// name, or in the folder given with --workdir.
+// device index. The tool always runs the driver in a private temporary folder
+// holding a copy of the tag file under that name: the driver talks to the
+// tool's relay on 127.0.0.1 (so the name is formed from that address), and the
+// panel's own folder is never written to unless the user asks for it.
 #pragma once
 
 #include <cstdint>
@@ -22,18 +23,25 @@ public:
     WorkFolder(const WorkFolder &) = delete;
     WorkFolder &operator=(const WorkFolder &) = delete;
 
-    // Makes `dir` (or, when empty, a new temporary folder) the working folder
-    // and, when `contents` is given, writes it as the tag file `name` there.
-    bool enter(const std::string &dir, const std::string &name, const std::string *contents, std::string &error);
+    // Creates a temporary folder, writes `contents` there as the tag file
+    // `name` and makes it the working folder. The folder is removed when this
+    // object goes, or by the signal thread when the tool is interrupted.
+    bool enter(const std::string &name, const std::string &contents, std::string &error);
     [[nodiscard]] const std::string &path() const { return path_; }
 
 private:
     std::string path_;
     std::string previous_;
-    bool temporary_ = false;
 };
 
-// Reads a whole file; false with a message when it cannot be read.
+// Reads a whole file ("-" is not special); false with a message when it cannot be read.
 bool read_file(const std::string &path, std::string &contents, std::string &error);
+
+// The tag file of a run: `tags`, or else the runtime's file `name` in
+// `workdir`. With both, the runtime's file must not differ from `tags` (the
+// tool refuses, naming both); when it does not exist, `install` copies `tags`
+// there, never replacing a file. False with a message when refused.
+bool pick_tag_file(const std::string &tags, const std::string &workdir, const std::string &name, bool install,
+                   std::string &source, std::string &contents, std::string &error);
 
 }  // namespace kplc::cli

@@ -1,4 +1,4 @@
-#include "interface/state.hpp"
+#include "state/process_state.hpp"
 
 namespace kplc {
 

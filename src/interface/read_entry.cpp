@@ -4,6 +4,7 @@
 
 #include "kplc/driver.h"
 #include "protocol/read_batch.hpp"
+#include "support/places.hpp"
 
 namespace {
 
@@ -21,7 +22,7 @@ KPLC_API unsigned int kplc_mulity_read(void *drv, CommunicationProperty *setting
     if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
     // One batch reads from one tag file, named by the first request's device;
     // the passes share its table rather than forming the name nine more times.
-    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, 857, 861);
+    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, kplc::place::kReadEntryBuild, kplc::place::kReadEntryAdd);
     if (entry == nullptr) return ER_INVALID;
 
     const auto count = static_cast<std::size_t>(nReg);

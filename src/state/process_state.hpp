@@ -1,5 +1,11 @@
 // The driver's process-wide state, kept in one record.
 //
+// It has a folder of its own below every layer: the transport clears the link
+// flag and drains into the drain area, the protocol and write paths take
+// sequence numbers, the catalogue and the tag registries, and the entry points
+// start from it. Kept in interface/ it made each lower layer reach up; kept in
+// support/ it would mix state into the stateless helpers.
+//
 // One loaded library serves one PLC link: every entry point shares this state
 // and the runtime calls the entry points one at a time, so nothing here is
 // locked. The record is zero at load (static storage), which is the state the
