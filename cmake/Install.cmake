@@ -4,7 +4,8 @@
 # Components, which become the Debian packages (see Packaging.cmake):
 #   runtime      libkplc.so.<version> and the libkplc.so.<major> link
 #   development  headers, the unversioned libkplc.so link, CMake package, kplc.pc
-#   tools        kplc and kplc-sim
+#   tools        kplc and kplc-sim, their manual pages (man/*.1) and bash
+#                completions (completion/*)
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -48,6 +49,14 @@ foreach(_tool kplc-cli kplc-sim)
     install(TARGETS ${_tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   endif()
 endforeach()
+
+if(TARGET kplc-cli OR TARGET kplc-sim)
+  file(GLOB _kplc_man_pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.1)
+  file(GLOB _kplc_completions CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/completion/*)
+  install(FILES ${_kplc_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES ${_kplc_completions} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    COMPONENT tools)
+endif()
 
 set(_kplc_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kplc)
 install(EXPORT kplcTargets NAMESPACE kplc:: DESTINATION ${_kplc_cmake_dir} COMPONENT development)

@@ -78,6 +78,14 @@ uint32_t byte_swap(uint32_t v) noexcept {
 // quoted name cannot be copied and is reported as a file that cannot be opened.
 constexpr std::size_t kMaxQuotedName = 4096;
 
+// Fills the front of the cleared block with what the file still holds; a short
+// read leaves zeros, so the count read is not needed (fortified builds insist
+// that fread's result is taken).
+void read_into(Block &block, std::size_t count, std::FILE *file) {
+    const std::size_t got = std::fread(block.data(), 1, count, file);
+    static_cast<void>(got);
+}
+
 }  // namespace
 
 extern "C" {
@@ -131,7 +139,7 @@ KPLC_API int CalcFileMD5(char *filename, char *md5_sum) {
     // (it is cleared before every read); the digest then covers those zeros.
     for (uint32_t n = length / 64; n > 0; --n) {
         block.fill(0);
-        (void)std::fread(block.data(), 1, block.size(), file);
+        read_into(block, block.size(), file);
         compress(chain, block);
     }
 
@@ -140,7 +148,7 @@ KPLC_API int CalcFileMD5(char *filename, char *md5_sum) {
     // length goes into one more block of its own.
     const std::size_t rest = length % 64;
     block.fill(0);
-    (void)std::fread(block.data(), 1, rest, file);
+    read_into(block, rest, file);
     block[rest] = 0x80;
     if (rest > 55) {
         compress(chain, block);

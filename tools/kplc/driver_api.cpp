@@ -14,6 +14,8 @@ namespace {
 
 constexpr int kIoctlMultiRead = 1000;
 constexpr const char *kLibraryName = "libkplc.so";
+// The installed driver, by its SONAME (package libkplc0, no -dev package needed).
+constexpr const char *kInstalledName = "libkplc.so.0";
 
 std::filesystem::path executable_dir() {
     std::error_code ec;
@@ -43,7 +45,7 @@ std::optional<DriverApi> load_driver(const std::string &explicit_path, std::stri
                 const auto p = (dir / rel / kLibraryName).lexically_normal();
                 if (std::filesystem::exists(p)) candidates.push_back(p.string());
             }
-        candidates.emplace_back(kLibraryName);
+        candidates.emplace_back(kInstalledName);
     }
     for (const std::string &path : candidates) {
         void *handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -26,8 +26,8 @@ struct DriverApi {
 
 // Loads `explicit_path`, or else the first of: libkplc.so beside the tool, the
 // library of the build tree the tool was built in, ../lib/libkplc.so, and the
-// system's libkplc.so. The library stays loaded until the process ends (the
-// driver keeps its tag tables for the life of the process).
+// installed libkplc.so.0 (its SONAME). The library stays loaded until the
+// process ends (the driver keeps its tag tables for the life of the process).
 std::optional<DriverApi> load_driver(const std::string &explicit_path, std::string &error);
 
 // The per-port records of the runtime and one driver instance set up from them.
