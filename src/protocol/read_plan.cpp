@@ -152,6 +152,18 @@ private:
     PassPlan &plan_;
     std::size_t room_;
     uint64_t total_ = 0;
+
+public:
+    // Working space for forming names, kept here rather than on the stack of
+    // each request's call: a hardened build guards every frame that holds an
+    // array, which at one call per request is more than the rest of its work.
+    struct Scratch {
+        std::array<uint8_t, 2 * sizeof(kplc_tag_str::name)> wide;  // a tag name as code units
+        // Room for the longest suffix, "[#i,#j,#k][#c]" with four 11-character numbers.
+        std::array<char, 64> suffix;
+        std::array<char, kNameBufferSize> name;
+        std::array<uint16_t, kMaxNameUnits + 1> units;
+    } scratch;
 };
 
 // Forms the names of a request's elements into the symbol area. false when a
@@ -161,7 +173,7 @@ bool add_symbols(SymbolArea &area, const RequestPlan &request) noexcept {
     // The tag name's length, and whether all its bytes are below 0xC0: such
     // text converts to one code unit per byte of the same value, so that part
     // of every name is widened once here instead of converted per name.
-    std::array<uint8_t, 2 * sizeof tag.name> wide;
+    auto &wide = area.scratch.wide;
     std::size_t name_len = 0;
     bool plain = true;
     for (; name_len < sizeof tag.name; ++name_len) {
@@ -175,8 +187,7 @@ bool add_symbols(SymbolArea &area, const RequestPlan &request) noexcept {
     const uint64_t start = area.total();
 
     if (plain) {
-        // Room for the longest suffix, "[#i,#j,#k][#c]" with four 11-character numbers.
-        std::array<char, 64> suffix;
+        auto &suffix = area.scratch.suffix;
         for (uint32_t m = 0; m < request.count; ++m) {
             // A scalar or structure member is named by the tag name alone.
             std::optional<std::size_t> len = 0;
@@ -194,8 +205,8 @@ bool add_symbols(SymbolArea &area, const RequestPlan &request) noexcept {
         return true;
     }
 
-    std::array<char, kNameBufferSize> name;
-    std::array<uint16_t, kMaxNameUnits + 1> units;
+    auto &name = area.scratch.name;
+    auto &units = area.scratch.units;
     for (uint32_t m = 0; m < request.count; ++m) {
         const auto count = element_utf8_name(name, request, m) ? name_units(name.data(), units) : std::nullopt;
         if (!count) {
