@@ -73,7 +73,12 @@ struct Options {
     std::string only;          // run only this series ("read1", "read8", "read64", "write")
     bool nodelay_only = false; // skip the Nagle-on configuration
     bool nagle_only = false;   // skip the TCP_NODELAY configuration
+    // Batch sizes of the read series, at most kTags each; the write series follows them.
+    std::vector<std::size_t> sizes{1, 8, 64};
 };
+
+// The tag file's global DINT tags: the largest batch.
+constexpr std::size_t kTags = 64;
 
 [[noreturn]] void fail(const char *what) {
     std::fprintf(stderr, "e2e_loopback: %s\n", what);
@@ -286,10 +291,20 @@ Options parse(int argc, char **argv) {
         else if (arg == "--only" && has_value) o.only = argv[++i];
         else if (arg == "--nodelay-only") o.nodelay_only = true;
         else if (arg == "--nagle-only") o.nagle_only = true;
+        else if (arg == "--sizes" && has_value) {
+            o.sizes.clear();
+            for (const char *p = argv[++i]; *p != '\0';) {
+                char *end = nullptr;
+                const unsigned long n = std::strtoul(p, &end, 10);
+                if (end == p || n < 1 || n > kTags) fail("--sizes takes batch sizes of 1 to 64, comma-separated");
+                o.sizes.push_back(n);
+                p = *end == ',' ? end + 1 : end;
+            }
+        }
         else {
             std::fprintf(stderr,
                          "usage: %s [--calls N] [--rounds R] [--only read1|read8|read64|write] "
-                         "[--nagle-only|--nodelay-only]\n",
+                         "[--nagle-only|--nodelay-only] [--sizes 1,8,64]\n",
                          argv[0]);
             std::exit(2);
         }
@@ -302,7 +317,6 @@ Options parse(int argc, char **argv) {
 
 int main(int argc, char **argv) {
     const Options opt = parse(argc, argv);
-    constexpr std::size_t kTags = 64;
 
     kplc::bench::Workdir dir;
     const std::string tags = kplc::bench::dint_tags(kTags);
@@ -327,7 +341,9 @@ int main(int argc, char **argv) {
     std::vector<Result> results;
     for (const bool nodelay : {false, true}) {
         if ((nodelay && opt.nagle_only) || (!nodelay && opt.nodelay_only)) continue;
-        for (const std::size_t n : {std::size_t{1}, std::size_t{8}, std::size_t{64}, std::size_t{0}}) {
+        std::vector<std::size_t> series = opt.sizes;
+        series.push_back(0);  // the write
+        for (const std::size_t n : series) {
             Result r;
             r.name = n == 0 ? "write" : "read" + std::to_string(n);
             if (!opt.only.empty() && opt.only != r.name) continue;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <string_view>
 
@@ -64,11 +65,24 @@ inline constexpr std::array<TypeRow, 24> kTypes{{
     {"LTIME", 64, kLtime, ValueKind::Signed},
 }};
 
+// The rows whose name starts with each character, a bit per row.
+inline constexpr std::array<uint32_t, 256> kTypesStartingWith = [] {
+    std::array<uint32_t, 256> rows{};
+    for (std::size_t r = 0; r < kTypes.size(); ++r) rows[static_cast<unsigned char>(kTypes[r].name[0])] |= 1U << r;
+    return rows;
+}();
+
 // The row named exactly `name` (case-sensitive), or nullptr; an empty name names no type.
 constexpr const TypeRow *type_named(std::string_view name) noexcept {
     if (name.empty()) return nullptr;
-    for (const TypeRow &row : kTypes)
-        if (name == row.name) return &row;
+    // Only the rows that start with the name's first character are compared,
+    // in table order, character by character up to the first difference.
+    for (uint32_t rows = kTypesStartingWith[static_cast<unsigned char>(name[0])]; rows != 0; rows &= rows - 1) {
+        const TypeRow &row = kTypes[static_cast<std::size_t>(std::countr_zero(rows))];
+        std::size_t i = 1;
+        while (i < name.size() && row.name[i] != '\0' && row.name[i] == name[i]) ++i;
+        if (i == name.size() && row.name[i] == '\0') return &row;
+    }
     return nullptr;
 }
 

@@ -28,8 +28,9 @@ KPLC_API unsigned int kplc_mulity_read(void *drv, CommunicationProperty *setting
     const auto count = static_cast<std::size_t>(nReg);
     const std::span<const Reg> regs(reg, count);
     const std::span<DrvRWBuf *const> bufs(buff, count);
+    rd::ScopeSet in_use;
     for (int scope = kFirstScope; scope <= kLastScope; ++scope) {
-        const unsigned result = rd::read_pass(drv, *entry, regs, bufs, scope);
+        const unsigned result = rd::read_pass(drv, *entry, regs, bufs, scope, &in_use);
         if (result != ER_OK) {
             // A failed pass fails the whole batch, whatever earlier passes read.
             for (int i = 0; i < nReg; ++i) buff[i]->error = result;

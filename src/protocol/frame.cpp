@@ -112,31 +112,22 @@ bool FrameReader::skip(std::size_t count) noexcept {
     return true;
 }
 
-std::optional<std::span<const uint8_t>> FrameReader::take(std::size_t count) noexcept {
-    if (!has(count)) return std::nullopt;
-    auto out = data_.subspan(pos_, count);
-    pos_ += count;
-    return out;
-}
-
-std::optional<ResolveItem> ResolveCursor::item() const noexcept {
-    const std::size_t end = base_ + kLocationOffset + 4;
-    if (end > resp_.size() || end < base_) return std::nullopt;
-    ResolveItem it{};
-    it.area = resp_[base_ + kAreaOffset];
-    std::copy_n(resp_.begin() + static_cast<std::ptrdiff_t>(base_ + kLocationOffset), 4, it.location.begin());
-    return it;
-}
-
-bool ResolveCursor::advance() noexcept {
-    const auto count = at(kExtensionCountOffset);
-    if (!count) return false;
-    base_ += 24 + 4 * static_cast<std::size_t>(*count);
-    return true;
-}
-
 std::optional<std::size_t> name_units(const char *utf8, std::array<uint16_t, kMaxNameUnits + 1> &units) noexcept {
     if (utf8 == nullptr) return std::nullopt;
+    // Bytes below 0xC0 are one unit each, of their own value; names are
+    // mostly such text, converted here without the general decoder. At the
+    // first lead byte of a longer form the whole name goes the general way.
+    const auto *in = reinterpret_cast<const unsigned char *>(utf8);
+    std::size_t n = 0;
+    while (n <= kMaxNameUnits && in[n] != 0 && in[n] < 0xC0) {
+        units[n] = in[n];
+        ++n;
+    }
+    if (n > kMaxNameUnits) return std::nullopt;  // 256 units: the text did not fit
+    if (in[n] == 0) {
+        units[n] = 0;
+        return n;
+    }
     const int count = utf8ToUnicode(reinterpret_cast<unsigned char *>(const_cast<char *>(utf8)), units.data(),
                                     static_cast<int>(units.size()));
     // A count equal to the capacity means the text did not fit and was cut.

@@ -89,7 +89,12 @@ public:
     bool u16(uint16_t &out) noexcept;
     bool skip(std::size_t count) noexcept;
     // The next `count` bytes, consumed.
-    std::optional<std::span<const uint8_t>> take(std::size_t count) noexcept;
+    std::optional<std::span<const uint8_t>> take(std::size_t count) noexcept {
+        if (!has(count)) return std::nullopt;
+        auto out = data_.subspan(pos_, count);
+        pos_ += count;
+        return out;
+    }
 
     [[nodiscard]] bool has(std::size_t count) const noexcept { return pos_ <= data_.size() && data_.size() - pos_ >= count; }
     [[nodiscard]] std::size_t pos() const noexcept { return pos_; }
@@ -125,11 +130,22 @@ public:
     explicit ResolveCursor(std::span<const uint8_t> response) noexcept : resp_(response) {}
 
     // Area code and location of the current item, if received.
-    [[nodiscard]] std::optional<ResolveItem> item() const noexcept;
+    [[nodiscard]] std::optional<ResolveItem> item() const noexcept {
+        const std::size_t end = base_ + kLocationOffset + 4;
+        if (end > resp_.size() || end < base_) return std::nullopt;
+        return ResolveItem{resp_[base_ + kAreaOffset],
+                           {resp_[base_ + kLocationOffset], resp_[base_ + kLocationOffset + 1],
+                            resp_[base_ + kLocationOffset + 2], resp_[base_ + kLocationOffset + 3]}};
+    }
     // Byte `offset` of the current item, if received.
     [[nodiscard]] std::optional<uint8_t> at(std::size_t offset) const noexcept { return byte_at(resp_, base_ + offset); }
     // Moves to the next item; false when the extension count was not received.
-    bool advance() noexcept;
+    bool advance() noexcept {
+        const auto count = at(kExtensionCountOffset);
+        if (!count) return false;
+        base_ += 24 + 4 * static_cast<std::size_t>(*count);
+        return true;
+    }
     [[nodiscard]] std::size_t position() const noexcept { return base_; }
 
 private:

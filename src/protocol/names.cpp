@@ -1,7 +1,9 @@
 #include "protocol/names.hpp"
 
-#include <cstdio>
+#include <array>
 #include <cstring>
+#include <initializer_list>
+#include <iterator>
 
 namespace kplc::proto {
 
@@ -18,13 +20,42 @@ std::optional<uint32_t> extent(uint32_t min, uint32_t max) noexcept {
     return size;
 }
 
-// Appends formatted text after `len` bytes of `out`; false when it does not fit.
-template <typename... Args>
-bool append(std::span<char> out, std::size_t &len, const char *format, Args... args) noexcept {
-    if (len >= out.size()) return false;
-    const int n = std::snprintf(out.data() + len, out.size() - len, format, args...);
-    if (n < 0 || static_cast<std::size_t>(n) >= out.size() - len) return false;
-    len += static_cast<std::size_t>(n);
+// The decimal text of `v` as %d prints it, written back to front ending at `end`;
+// returns where it starts. 11 characters at most ("-2147483648").
+char *decimal(int v, char *end) noexcept {
+    // Negated in unsigned arithmetic, so that INT_MIN has a magnitude too.
+    uint32_t magnitude = v < 0 ? 0U - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
+    do {
+        *--end = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (v < 0) *--end = '-';
+    return end;
+}
+
+// Appends "[#a,#b,...]" (one "#n" per value, comma-separated) after `len`
+// bytes of `out`, zero-terminated; false when it does not fit. Formed by hand
+// rather than with snprintf: a batch forms one such suffix per element.
+bool append_bracket(std::span<char> out, std::size_t &len, std::initializer_list<uint32_t> values) noexcept {
+    // Room for three 11-character numbers with their "#" and separators.
+    std::array<char, 48> text;
+    char *const end = text.data() + text.size();
+    char *start = end;
+    *--start = ']';
+    bool last = true;
+    for (auto it = std::rbegin(values); it != std::rend(values); ++it) {
+        if (!last) *--start = ',';
+        last = false;
+        start = decimal(as_int(*it), start);
+        *--start = '#';
+    }
+    *--start = '[';
+    const auto n = static_cast<std::size_t>(end - start);
+    // snprintf's rule: the text and its terminator must fit.
+    if (len >= out.size() || n >= out.size() - len) return false;
+    std::memcpy(out.data() + len, start, n);
+    len += n;
+    out[len] = '\0';
     return true;
 }
 
@@ -39,43 +70,59 @@ bool start_with_name(std::span<char> out, std::size_t &len, const kplc_tag_str &
 
 // The index brackets of element `e` for the given number of dimensions.
 bool append_indices(std::span<char> out, std::size_t &len, const kplc_tag_str &tag, int dims, uint32_t e) noexcept {
-    if (dims == 1) return append(out, len, "[#%d]", as_int(tag.ar_min + e));
+    if (dims == 1) return append_bracket(out, len, {tag.ar_min + e});
     const auto d2 = extent(tag.ar1_min, tag.ar1_max);
     if (!d2) return false;
-    if (dims == 2) return append(out, len, "[#%d,#%d]", as_int(tag.ar_min + e / *d2), as_int(tag.ar1_min + e % *d2));
+    if (dims == 2) return append_bracket(out, len, {tag.ar_min + e / *d2, tag.ar1_min + e % *d2});
     const auto d3 = extent(tag.ar2_min, tag.ar2_max);
     if (!d3) return false;
     const uint32_t row = e / *d3;
-    return append(out, len, "[#%d,#%d,#%d]", as_int(tag.ar_min + row / *d2), as_int(tag.ar1_min + row % *d2),
-                  as_int(tag.ar2_min + e % *d3));
+    return append_bracket(out, len, {tag.ar_min + row / *d2, tag.ar1_min + row % *d2, tag.ar2_min + e % *d3});
 }
 
 }  // namespace
 
-std::optional<std::size_t> element_name(std::span<char> out, const kplc_tag_str &tag, var_attr shape, uint32_t e) {
-    std::size_t len = 0;
-    if (!start_with_name(out, len, tag)) return std::nullopt;
+std::optional<std::size_t> element_suffix(std::span<char> out, const kplc_tag_str &tag, var_attr shape, uint32_t e) {
     int dims = 0;
     switch (shape) {
         case ARRAY: dims = 1; break;
         case ARRAY2: dims = 2; break;
         case ARRAY3: dims = 3; break;
-        default: return len;  // a single element is named by the tag name alone
+        default: break;  // a single element is named by the tag name alone
     }
-    if (!append_indices(out, len, tag, dims, e)) return std::nullopt;
+    std::size_t len = 0;
+    if (out.empty()) return std::nullopt;
+    out[0] = '\0';
+    if (dims > 0 && !append_indices(out, len, tag, dims, e)) return std::nullopt;
     return len;
+}
+
+std::optional<std::size_t> string_element_suffix(std::span<char> out, const kplc_tag_str &tag, uint32_t element,
+                                                 uint32_t char_offset) {
+    // The string forms are chosen by the upper bounds, not by the shape: a
+    // string array declared [0..0] has ar_max 0 and is named as a single string.
+    const int dims = tag.ar2_max != 0 ? 3 : tag.ar1_max != 0 ? 2 : tag.ar_max != 0 ? 1 : 0;
+    std::size_t len = 0;
+    if (dims > 0 && !append_indices(out, len, tag, dims, element)) return std::nullopt;
+    if (!append_bracket(out, len, {char_offset})) return std::nullopt;
+    return len;
+}
+
+std::optional<std::size_t> element_name(std::span<char> out, const kplc_tag_str &tag, var_attr shape, uint32_t e) {
+    std::size_t len = 0;
+    if (!start_with_name(out, len, tag)) return std::nullopt;
+    const auto suffix = element_suffix(out.subspan(len), tag, shape, e);
+    if (!suffix) return std::nullopt;
+    return len + *suffix;
 }
 
 std::optional<std::size_t> string_element_name(std::span<char> out, const kplc_tag_str &tag, uint32_t element,
                                                uint32_t char_offset) {
     std::size_t len = 0;
     if (!start_with_name(out, len, tag)) return std::nullopt;
-    // The string forms are chosen by the upper bounds, not by the shape: a
-    // string array declared [0..0] has ar_max 0 and is named as a single string.
-    const int dims = tag.ar2_max != 0 ? 3 : tag.ar1_max != 0 ? 2 : tag.ar_max != 0 ? 1 : 0;
-    if (dims > 0 && !append_indices(out, len, tag, dims, element)) return std::nullopt;
-    if (!append(out, len, "[#%d]", as_int(char_offset))) return std::nullopt;
-    return len;
+    const auto suffix = string_element_suffix(out.subspan(len), tag, element, char_offset);
+    if (!suffix) return std::nullopt;
+    return len + *suffix;
 }
 
 }  // namespace kplc::proto

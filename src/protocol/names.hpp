@@ -28,4 +28,11 @@ std::optional<std::size_t> element_name(std::span<char> out, const kplc_tag_str 
 std::optional<std::size_t> string_element_name(std::span<char> out, const kplc_tag_str &tag, uint32_t element,
                                                uint32_t char_offset);
 
+// The index suffix alone (what element_name and string_element_name write after
+// tag.name), zero-terminated in `out`; same result convention. A batch names
+// many elements of one tag: the tag name's part of every name is the same.
+std::optional<std::size_t> element_suffix(std::span<char> out, const kplc_tag_str &tag, var_attr shape, uint32_t e);
+std::optional<std::size_t> string_element_suffix(std::span<char> out, const kplc_tag_str &tag, uint32_t element,
+                                                 uint32_t char_offset);
+
 }  // namespace kplc::proto

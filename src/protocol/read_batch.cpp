@@ -5,6 +5,7 @@
 
 #include "state/process_state.hpp"
 #include "protocol/read_plan.hpp"
+#include "tags/table_memo.hpp"
 
 namespace kplc::proto::read {
 
@@ -19,12 +20,23 @@ bool batch_acceptable(const void *drv, const CommunicationProperty *setting, con
 }
 
 kplc_plc_tag *batch_tag_table(CommunicationProperty *setting, Reg *first, int build_place, int add_place) noexcept {
+    // The table of the last batch, found again without forming its file name.
+    static kplc::tags::TableMemo memo;
+    kplc_plc_tag *registry = &kplc::state().g_kplc_tags;
+    const bool keyed = setting != nullptr && first != nullptr;
+    if (keyed) {
+        if (kplc_plc_tag *entry = memo.find(*registry, setting->_baud, first->_devIndex)) return entry;
+    }
+
     // "./driver/PLC%08X_%d.csv" with a 16-bit device index is at most 30
     // characters; callers of the name routine provide 50 bytes.
     std::array<char, 50> name{};
     kplc_get_csv_name(setting, first, name.data());
-    kplc_plc_tag *registry = &kplc::state().g_kplc_tags;
-    if (kplc_plc_tag *entry = kplc_get_tagtable(registry, name.data())) return entry;
+    kplc_plc_tag *found = kplc_get_tagtable(registry, name.data());
+    if (found != nullptr) {
+        if (keyed) memo.remember(*registry, setting->_baud, first->_devIndex, found);
+        return found;
+    }
 
     kplc_tag_str *table = nullptr;
     const u32 count = kplc_build_tagtable(&table, name.data());
@@ -36,7 +48,9 @@ kplc_plc_tag *batch_tag_table(CommunicationProperty *setting, Reg *first, int bu
         std::printf("[PLC] add_tagtable failed! at line %d\r\n", add_place);
         return nullptr;
     }
-    return kplc_get_tagtable(registry, name.data());
+    found = kplc_get_tagtable(registry, name.data());
+    if (keyed && found != nullptr) memo.remember(*registry, setting->_baud, first->_devIndex, found);
+    return found;
 }
 
 }  // namespace kplc::proto::read

@@ -21,13 +21,21 @@ bool batch_acceptable(const void *drv, const CommunicationProperty *setting, con
 // build or registration message with the caller's place number and returns null.
 kplc_plc_tag *batch_tag_table(CommunicationProperty *setting, Reg *first, int build_place, int add_place) noexcept;
 
+// Which scopes a batch's requests belong to, learnt from the plan of the
+// first pass that runs (once the link, and with it the program catalogue, is
+// up) and kept for the batch's other passes.
+struct ScopeSet {
+    bool known = false;
+    uint16_t scopes = 0;  // bit 0: global names; bit 1 + p: program p
+};
+
 // One pass over a batch that batch_acceptable has let through, with the tag
 // table batch_tag_table found for it: starts the link if it is down, then
 // reads the requests whose tags belong to `scope` (-1 global, 0 to 7 a
-// program) in one resolve and one read by location exchange. Scopes nobody
-// asked for cost nothing. Returns the pass's result; refused requests carry
-// their own.
+// program) in one resolve and one read by location exchange. A scope nobody
+// asked for costs no exchange, and, once `in_use` (shared by the passes of
+// one batch, when given) knows the batch, no plan either. Returns the pass's result; refused requests carry their own.
 unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
-                   int32_t scope) noexcept;
+                   int32_t scope, ScopeSet *in_use = nullptr) noexcept;
 
 }  // namespace kplc::proto::read

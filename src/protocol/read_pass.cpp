@@ -41,8 +41,10 @@ void report_refusals(const rd::PassPlan &plan, std::span<const Reg> regs, std::s
 
 unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV_INIT_SETTINGS *settings) {
     auto &st = kplc::state();
-    std::array<uint8_t, rd::kFrameSize> request{};
-    kplc::transport::ReceiveArea response{};
+    // Neither buffer is cleared: a request is written byte by byte from its
+    // start up to the length sent, and only the bytes received are read.
+    std::array<uint8_t, rd::kFrameSize> request;
+    kplc::transport::ReceiveArea response;
     // A failed exchange has cleared the link flag; the next batch starts the link again.
     auto exchange = [&](std::size_t length) {
         return kplc::transport::exchange(std::span<const uint8_t>(request).first(length), response, settings);
@@ -67,30 +69,12 @@ unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV
     return rd::decode_values(plan, *values, bufs);
 }
 
-// Whether any request of the batch is read or reported by the pass of `scope`.
-// The passes of scopes nobody asked for (most of the nine) then cost neither
-// an exchange nor building a plan.
-bool scope_in_use(std::span<kplc_tag_str> table, std::span<const Reg> regs, int32_t scope,
-                  std::span<const kplc::Local_MSG> catalogue) noexcept {
-    for (const Reg &reg : regs) {
-        // Unknown tag ids belong to no scope; the global pass reports them.
-        if (reg.regId == 0 || reg.regId > table.size()) {
-            if (scope == kplc::proto::kGlobalScope) return true;
-            continue;
-        }
-        kplc_tag_str &tag = table[reg.regId - 1];
-        rd::map_program(tag, catalogue);
-        if (tag.mode_type == scope) return true;
-    }
-    return false;
-}
-
 }  // namespace
 
 namespace kplc::proto::read {
 
 unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
-                   int32_t scope) noexcept {
+                   int32_t scope, ScopeSet *in_use) noexcept {
     if (entry.tag_table == nullptr) return ER_INVALID;
     auto &st = kplc::state();
     PLC_DRV_INIT_SETTINGS *settings = kplc::settings_of(drv);
@@ -103,10 +87,16 @@ unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, st
     const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
                                                      std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
     const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
-    if (!scope_in_use(table, regs, scope, catalogue)) return ER_OK;
+    // Which scopes the batch uses is learnt from the first pass's plan, which
+    // maps every tag of the batch; the catalogue does not change within a
+    // batch (a pass that loses the link fails, and a failed pass ends the
+    // batch), so the later passes of scopes nobody asked for cost neither an
+    // exchange nor building a plan.
+    if (in_use != nullptr && in_use->known && (in_use->scopes & scope_bit(scope)) == 0) return ER_OK;
     PassPlan plan;
     plan_pass(plan, table, regs, bufs, scope, catalogue);
-    report_refusals(plan, regs, bufs);
+    if (in_use != nullptr) *in_use = ScopeSet{true, plan.scopes};
+    if (plan.refused != 0) report_refusals(plan, regs, bufs);
     if (plan.reading == 0) return ER_OK;
     return read_scope(plan, bufs, settings);
 }

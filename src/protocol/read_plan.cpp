@@ -64,63 +64,8 @@ Refusal shape_string(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &bu
     return Refusal::None;
 }
 
-void refuse_scope(PassPlan &plan) noexcept {
-    for (std::size_t i = 0; i < plan.size; ++i)
-        if (plan.requests[i].reads()) plan.requests[i].refusal = Refusal::ScopeTooLarge;
-    plan.reading = 0;
-    plan.elements = 0;
-}
-
-// Bytes of the symbol entries of one request, or nullopt when a name cannot be formed.
-std::optional<uint64_t> symbol_bytes(const RequestPlan &request) noexcept {
-    std::array<char, kNameBufferSize> name{};
-    std::array<uint16_t, kMaxNameUnits + 1> units{};
-    uint64_t bytes = 0;
-    for (uint32_t m = 0; m < request.count; ++m) {
-        if (!element_utf8_name(name, request, m)) return std::nullopt;
-        const auto count = name_units(name.data(), units);
-        if (!count) return std::nullopt;
-        bytes += 2 + 2 * static_cast<uint64_t>(*count);
-    }
-    return bytes;
-}
-
-}  // namespace
-
-const char *describe(Refusal refusal) noexcept {
-    switch (refusal) {
-        case Refusal::None: return "none";
-        case Refusal::UnknownTag: return "tag id not in the tag table";
-        case Refusal::NoBuffer: return "no value buffer";
-        case Refusal::UnsupportedWidth: return "type has no known read";
-        case Refusal::NotOneElement: return "stretch is not the tag's one element";
-        case Refusal::EmptyStringElement: return "string elements hold no character";
-        case Refusal::ChunkTooWide: return "string element wider than one location entry can read";
-        case Refusal::BadName: return "name cannot be formed within 255 code units";
-        case Refusal::ScopeTooLarge: return "scope does not fit one request";
-    }
-    return "unknown";
-}
-
-uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
-    // A string chunk asks for its bytes plus at least one more (the words
-    // beyond the covered bytes are skipped when decoding).
-    if (request.is_string()) return (m == 0 ? request.element_size - request.offset : request.element_size) / 2 + 1;
-    switch (request.tag->bits) {
-        case 32: return 2;
-        case 64: return 4;
-        default: return 1;  // BOOL and 16-bit: one word
-    }
-}
-
-void map_program(kplc_tag_str &tag, std::span<const Local_MSG> catalogue) noexcept {
-    if (tag.mode_type < 0) return;
-    const char *program = reinterpret_cast<const char *>(tag.local_name);
-    for (const Local_MSG &entry : catalogue)
-        if (std::strncmp(entry.name, program, sizeof entry.name) == 0) tag.mode_type = static_cast<int32_t>(entry.local_id);
-}
-
-Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
+// shape_request, inlined into plan_pass.
+inline Refusal shape(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
     out.tag = &tag;
     if (buf.buff == nullptr) return Refusal::NoBuffer;
     if (tag.attr == STRING) return shape_string(tag, reg, buf, out);
@@ -142,6 +87,165 @@ Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &b
     return Refusal::None;
 }
 
+void refuse_scope(PassPlan &plan) noexcept {
+    for (std::size_t i = 0; i < plan.size; ++i) {
+        if (!plan.requests[i].reads()) continue;
+        plan.requests[i].refusal = Refusal::ScopeTooLarge;
+        ++plan.refused;
+    }
+    plan.reading = 0;
+    plan.elements = 0;
+    plan.symbol_bytes = 0;
+}
+
+// Symbol entries are written into the plan's symbol area while they fit
+// `room`; `total` counts their bytes all the same, so that a scope that does
+// not fit is known and refused once every request has been sized.
+class SymbolArea {
+public:
+    SymbolArea(PassPlan &plan, std::size_t room) noexcept : plan_(plan), room_(room) {}
+
+    [[nodiscard]] uint64_t total() const noexcept { return total_; }
+    // Forgets the entries after `total` bytes (a request with a name that cannot be formed).
+    void rewind(uint64_t total) noexcept { total_ = total; }
+
+    // Entry of a name made of `wide` (code units already high byte first)
+    // and the ASCII `suffix` (zero-terminated).
+    void add_plain(std::span<const uint8_t> wide, const char *suffix, std::size_t suffix_len) noexcept {
+        const std::size_t units = wide.size() / 2 + suffix_len;
+        uint8_t *out = reserve(2 + 2 * units);
+        if (out == nullptr) return;
+        out[0] = static_cast<uint8_t>(units >> 8);
+        out[1] = static_cast<uint8_t>(units);
+        // Eight bytes at a time: `wide` has room for the rounding, and so has
+        // the area, whose room ends at least 18 bytes (a resolve request's
+        // head) before its array does; the suffix and later entries overwrite
+        // the excess.
+        for (std::size_t k = 0; k < wide.size(); k += 8) std::memcpy(out + 2 + k, wide.data() + k, 8);
+        out += 2 + wide.size();
+        for (; *suffix != 0; ++suffix) {
+            *out++ = 0;
+            *out++ = static_cast<uint8_t>(*suffix);
+        }
+    }
+
+    void add_units(std::span<const uint16_t> units) noexcept {
+        uint8_t *out = reserve(2 + 2 * units.size());
+        if (out == nullptr) return;
+        *out++ = static_cast<uint8_t>(units.size() >> 8);
+        *out++ = static_cast<uint8_t>(units.size());
+        for (uint16_t unit : units) {
+            *out++ = static_cast<uint8_t>(unit >> 8);
+            *out++ = static_cast<uint8_t>(unit);
+        }
+    }
+
+private:
+    // Where `bytes` more bytes go, or null once the area is full.
+    uint8_t *reserve(std::size_t bytes) noexcept {
+        const uint64_t at = total_;
+        total_ += bytes;
+        if (total_ > room_) return nullptr;
+        return plan_.symbols.data() + at;
+    }
+
+    PassPlan &plan_;
+    std::size_t room_;
+    uint64_t total_ = 0;
+
+public:
+    // Working space for forming names, kept here rather than on the stack of
+    // each request's call: a hardened build guards every frame that holds an
+    // array, which at one call per request is more than the rest of its work.
+    struct Scratch {
+        std::array<uint8_t, 2 * sizeof(kplc_tag_str::name)> wide;  // a tag name as code units
+        // Room for the longest suffix, "[#i,#j,#k][#c]" with four 11-character numbers.
+        std::array<char, 64> suffix;
+        std::array<char, kNameBufferSize> name;
+        std::array<uint16_t, kMaxNameUnits + 1> units;
+    } scratch;
+};
+
+// Forms the names of a request's elements into the symbol area. false when a
+// name cannot be formed (the area is then as it was before the request).
+bool add_symbols(SymbolArea &area, const RequestPlan &request) noexcept {
+    const kplc_tag_str &tag = *request.tag;
+    // The tag name's length, and whether all its bytes are below 0xC0: such
+    // text converts to one code unit per byte of the same value, so that part
+    // of every name is widened once here instead of converted per name.
+    auto &wide = area.scratch.wide;
+    std::size_t name_len = 0;
+    bool plain = true;
+    for (; name_len < sizeof tag.name; ++name_len) {
+        const auto c = static_cast<unsigned char>(tag.name[name_len]);
+        if (c == 0) break;
+        plain = plain && c < 0xC0;
+        wide[2 * name_len] = 0;
+        wide[2 * name_len + 1] = c;
+    }
+    if (name_len >= sizeof tag.name) return false;  // no terminator in the name field
+    const uint64_t start = area.total();
+
+    if (plain) {
+        auto &suffix = area.scratch.suffix;
+        for (uint32_t m = 0; m < request.count; ++m) {
+            // A scalar or structure member is named by the tag name alone.
+            std::optional<std::size_t> len = 0;
+            suffix[0] = '\0';
+            if (request.is_string())
+                len = string_element_suffix(suffix, tag, request.first + m, m == 0 ? request.offset : 0);
+            else if (is_array(tag.attr))
+                len = element_suffix(suffix, tag, tag.attr, request.first + m);
+            if (!len || name_len + *len > kMaxNameUnits) {
+                area.rewind(start);
+                return false;
+            }
+            area.add_plain(std::span<const uint8_t>(wide.data(), 2 * name_len), suffix.data(), *len);
+        }
+        return true;
+    }
+
+    auto &name = area.scratch.name;
+    auto &units = area.scratch.units;
+    for (uint32_t m = 0; m < request.count; ++m) {
+        const auto count = element_utf8_name(name, request, m) ? name_units(name.data(), units) : std::nullopt;
+        if (!count) {
+            area.rewind(start);
+            return false;
+        }
+        area.add_units(std::span<const uint16_t>(units.data(), *count));
+    }
+    return true;
+}
+
+}  // namespace
+
+const char *describe(Refusal refusal) noexcept {
+    switch (refusal) {
+        case Refusal::None: return "none";
+        case Refusal::UnknownTag: return "tag id not in the tag table";
+        case Refusal::NoBuffer: return "no value buffer";
+        case Refusal::UnsupportedWidth: return "type has no known read";
+        case Refusal::NotOneElement: return "stretch is not the tag's one element";
+        case Refusal::EmptyStringElement: return "string elements hold no character";
+        case Refusal::ChunkTooWide: return "string element wider than one location entry can read";
+        case Refusal::BadName: return "name cannot be formed within 255 code units";
+        case Refusal::ScopeTooLarge: return "scope does not fit one request";
+    }
+    return "unknown";
+}
+
+void map_program(kplc_tag_str &tag, std::span<const Local_MSG> catalogue) noexcept {
+    if (tag.mode_type < 0) return;
+    const char *program = reinterpret_cast<const char *>(tag.local_name);
+    for (const Local_MSG &entry : catalogue)
+        if (std::strncmp(entry.name, program, sizeof entry.name) == 0) tag.mode_type = static_cast<int32_t>(entry.local_id);
+}
+
+Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
+    return shape(tag, reg, buf, out);
+}
+
 std::optional<std::size_t> element_utf8_name(std::span<char> out, const RequestPlan &request, uint32_t m) noexcept {
     const kplc_tag_str &tag = *request.tag;
     // The last bracket of a string name is the character where reading starts;
@@ -156,6 +260,9 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     plan.size = std::min({regs.size(), bufs.size(), plan.requests.size()});
     plan.reading = 0;
     plan.elements = 0;
+    plan.symbol_bytes = 0;
+    plan.refused = 0;
+    plan.scopes = 0;
 
     uint64_t elements = 0;
     for (std::size_t i = 0; i < plan.size; ++i) {
@@ -165,14 +272,18 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         if (reg.regId == 0 || reg.regId > table.size()) {
             request.in_scope = scope == kGlobalScope;
             request.refusal = Refusal::UnknownTag;
+            if (request.in_scope) ++plan.refused;
+            plan.scopes |= scope_bit(kGlobalScope);
             continue;
         }
         kplc_tag_str &tag = table[reg.regId - 1];
-        map_program(tag, catalogue);
+        if (tag.mode_type >= 0) map_program(tag, catalogue);  // global tags have no program
+        plan.scopes |= scope_bit(tag.mode_type);
         if (tag.mode_type != scope) continue;
         request.in_scope = true;
-        request.refusal = shape_request(tag, reg, *bufs[i], request);
+        request.refusal = shape(tag, reg, *bufs[i], request);
         if (request.reads()) elements += request.count;
+        else ++plan.refused;
     }
 
     // Every element costs a location entry; more than kMaxElements cannot be
@@ -183,18 +294,23 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         return;
     }
 
-    uint64_t resolve_bytes = kHeaderSize + 2 + (scope == kGlobalScope ? 2 : 8) + 2;
+    // Header, 00 01, the scope block and the symbol count precede the entries.
+    const std::size_t resolve_head = kHeaderSize + 2 + (scope == kGlobalScope ? 2 : 8) + 2;
+    SymbolArea symbols(plan, kFrameSize - resolve_head);
     uint64_t value_bytes = kResponseDataOffset;
     for (std::size_t i = 0; i < plan.size; ++i) {
         RequestPlan &request = plan.requests[i];
         if (!request.reads()) continue;
-        const auto bytes = symbol_bytes(request);
-        if (!bytes) {
+        if (!add_symbols(symbols, request)) {
             request.refusal = Refusal::BadName;
+            ++plan.refused;
             continue;
         }
-        resolve_bytes += *bytes;
-        for (uint32_t m = 0; m < request.count; ++m) value_bytes += 2 * element_words(request, m);
+        if (request.is_string()) {
+            for (uint32_t m = 0; m < request.count; ++m) value_bytes += 2 * element_words(request, m);
+        } else {
+            value_bytes += 2 * static_cast<uint64_t>(element_words(request, 0)) * request.count;
+        }
         request.first_entry = static_cast<uint16_t>(plan.elements);
         plan.elements += request.count;
         ++plan.reading;
@@ -205,7 +321,9 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     const uint64_t resolve_answer = plan.elements == 0 ? 0 : 24 * (plan.elements - 1) + 26;
     // All names of a scope travel in one request and all values come back in
     // one response; a scope that needs more than that is refused rather than split.
-    if (resolve_bytes > kFrameSize || value_bytes > kFrameSize || resolve_answer > kFrameSize) refuse_scope(plan);
+    plan.symbol_bytes = static_cast<std::size_t>(std::min<uint64_t>(symbols.total(), kFrameSize));
+    if (resolve_head + symbols.total() > kFrameSize || value_bytes > kFrameSize || resolve_answer > kFrameSize)
+        refuse_scope(plan);
 }
 
 }  // namespace kplc::proto::read

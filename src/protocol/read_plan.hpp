@@ -62,32 +62,44 @@ enum class Refusal : uint8_t {
 
 const char *describe(Refusal refusal) noexcept;
 
-// How one request of a batch is read by the pass of its scope.
+// How one request of a batch is read by the pass of its scope. No member has
+// a default of its own, so that a pass's table of 256 is not cleared on every
+// pass: RequestPlan{} is the blank plan.
 struct RequestPlan {
-    const kplc_tag_str *tag = nullptr;
-    bool in_scope = false;           // belongs to (is read or reported by) this pass
-    Refusal refusal = Refusal::None;
-    uint32_t first = 0;              // first element index; strings: first string element
-    uint32_t count = 0;              // elements = names = location entries
-    uint32_t element_size = 0;       // strings: characters per element, terminator excluded
-    uint32_t offset = 0;             // strings: byte position inside the first element
-    uint32_t limit = 0;              // strings: most bytes the runtime buffer takes
-    uint16_t first_entry = 0;        // index of the request's first location entry
+    const kplc_tag_str *tag;
+    bool in_scope;           // belongs to (is read or reported by) this pass
+    Refusal refusal;         // None (0) when it is read
+    uint32_t first;          // first element index; strings: first string element
+    uint32_t count;          // elements = names = location entries
+    uint32_t element_size;   // strings: characters per element, terminator excluded
+    uint32_t offset;         // strings: byte position inside the first element
+    uint32_t limit;          // strings: most bytes the runtime buffer takes
+    uint16_t first_entry;    // index of the request's first location entry
 
     [[nodiscard]] bool reads() const noexcept { return in_scope && refusal == Refusal::None; }
     [[nodiscard]] bool is_string() const noexcept { return element_size != 0; }
 };
 
-// One pass over a batch.
+// One pass over a batch. The tables are left uninitialised: plan_pass writes
+// the first `size` requests and the first `symbol_bytes` symbol bytes, and the
+// read by location request writes the bit number of every BOOL element, before
+// anything reads them. (Clearing them cost more than all the rest of a small read.)
 struct PassPlan {
     int32_t scope = kGlobalScope;
     std::size_t size = 0;                        // requests in the batch
-    std::array<RequestPlan, kMaxBatch> requests{};
+    std::array<RequestPlan, kMaxBatch> requests;
     std::size_t reading = 0;                     // requests read by this pass
     std::size_t elements = 0;                    // names sent = location entries
+    std::size_t refused = 0;                     // requests in scope that are not read
+    uint16_t scopes = 0;                         // every scope the batch uses (scope_bit)
+    // The symbol entries of the resolve request, formed once while the pass
+    // is planned (the planner needs their size to refuse a scope that does
+    // not fit) and copied into the request as they stand.
+    std::size_t symbol_bytes = 0;
+    std::array<uint8_t, kFrameSize> symbols;
     // Bit number of each BOOL element, by location entry, taken from the
     // resolve response while the read by location request is built.
-    std::array<uint8_t, kMaxElements> bit_numbers{};
+    std::array<uint8_t, kMaxElements> bit_numbers;
 };
 
 // Number of elements of a stretch of `size` (bits for BOOL, bytes otherwise)
@@ -107,8 +119,23 @@ constexpr Size element_count(int bits, Size size) noexcept {
     }
 }
 
+// The bit of `scope` in a set of scopes: bit 0 the global names, bit 1 + p
+// program p. Modes beyond program 14 (never read) have none.
+inline uint16_t scope_bit(int32_t scope) noexcept {
+    return scope >= -1 && scope <= 14 ? static_cast<uint16_t>(1U << (scope + 1)) : 0;
+}
+
 // Words asked for element m of a request (the location entry's word count).
-uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept;
+inline uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
+    // A string chunk asks for its bytes plus at least one more (the words
+    // beyond the covered bytes are skipped when decoding).
+    if (request.is_string()) return (m == 0 ? request.element_size - request.offset : request.element_size) / 2 + 1;
+    switch (request.tag->bits) {
+        case 32: return 2;
+        case 64: return 4;
+        default: return 1;  // BOOL and 16-bit: one word
+    }
+}
 
 // Sets a program-local tag's mode to the catalogue id of its program, matched
 // by name; the last matching entry wins, an unknown program keeps its mode.
@@ -122,7 +149,8 @@ Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &b
 // catalogue (the new mode stays in the table), shapes every request of the
 // scope and refuses those that cannot be read. Requests whose regId names no
 // tag belong to no scope; the global pass, which every batch runs first,
-// reports them. The arrays hold plan.size == regs.size() entries (at most
+// reports them. Records in plan.scopes which scopes the batch uses (the
+// global one for unknown tag ids). The arrays hold plan.size == regs.size() entries (at most
 // kMaxBatch, each buffer pointer non-null).
 void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Reg> regs,
                std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const Local_MSG> catalogue) noexcept;

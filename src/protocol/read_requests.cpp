@@ -1,5 +1,7 @@
 // The two request frames of a read pass.
+#include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "format/device_class.hpp"
 #include "protocol/frame.hpp"
@@ -11,22 +13,6 @@ namespace {
 
 using format::bit_number_in_item;
 
-// For a BOOL element: the bit number inside the word that the entry reads,
-// and the location adjusted to address that word. Elsewhere the location's
-// last low nibble is the bit number, and the entry must address the word, so
-// that nibble is cleared. nullopt when byte 30 of the item was not received.
-std::optional<uint8_t> bool_bit(const kplc_tag_str &tag, const ResolveCursor &cursor,
-                                std::array<uint8_t, 4> &location) noexcept {
-    if (bit_number_in_item(tag.address)) {
-        const auto byte = cursor.at(30);
-        if (!byte) return std::nullopt;
-        return static_cast<uint8_t>(*byte & 0x0F);
-    }
-    const auto bit = static_cast<uint8_t>(location[3] & 0x0F);
-    location[3] = static_cast<uint8_t>(location[3] & 0xF0);
-    return bit;
-}
-
 }  // namespace
 
 std::size_t build_resolve_request(const PassPlan &plan, std::span<uint8_t> out, uint16_t sequence) noexcept {
@@ -37,20 +23,10 @@ std::size_t build_resolve_request(const PassPlan &plan, std::span<uint8_t> out, 
     w.scope(plan.scope);
     w.u16(static_cast<uint16_t>(plan.elements));
 
-    std::array<char, 256 + 64> name{};
-    std::array<uint16_t, kMaxNameUnits + 1> units{};
-    for (std::size_t i = 0; i < plan.size; ++i) {
-        const RequestPlan &request = plan.requests[i];
-        if (!request.reads()) continue;
-        for (uint32_t m = 0; m < request.count; ++m) {
-            // plan_pass has formed every name once already; a failure here
-            // would only mean a plan not made by it.
-            if (!element_utf8_name(name, request, m)) return 0;
-            const auto count = name_units(name.data(), units);
-            if (!count) return 0;
-            w.symbol(std::span<const uint16_t>(units).first(*count));
-        }
-    }
+    // The entries were formed by plan_pass, which refuses every scope whose
+    // names do not fit; a plan not made by it fails here.
+    if (plan.symbol_bytes > plan.symbols.size()) return 0;
+    w.bytes(std::span<const uint8_t>(plan.symbols).first(plan.symbol_bytes));
     return w.finish();
 }
 
@@ -61,34 +37,63 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
     w.u8(0);
     w.u16(static_cast<uint16_t>(plan.elements));
     w.zeros(3);
+    if (plan.elements > kMaxElements) return 0;
 
-    // One resolve item per name, in request order. The cursor moves on only
-    // when another item is needed: the last item's extension count is not used.
-    ResolveCursor cursor(response);
+    // The entries are formed here and written into the frame in one piece.
+    std::array<uint8_t, kMaxElements * kLocationEntrySize> entries;
+    uint8_t *entry = entries.data();
+    // One resolve item per name, in request order. Item k starts where item
+    // k-1 started plus 24 + 4 * (its extension count, byte 40); the cursor
+    // moves on only when another item is needed, so the last item's extension
+    // count is not used. Only bytes that were received are read: a response
+    // cut short before a byte that is needed fails the request.
+    const uint8_t *const items = response.data();
+    const std::size_t received = response.size();
+    std::size_t base = 0;
     bool first_item = true;
     for (std::size_t i = 0; i < plan.size; ++i) {
         const RequestPlan &request = plan.requests[i];
         if (!request.reads()) continue;
+        const bool is_bool = request.tag->bits == 1;
+        const bool bit_in_item = is_bool && bit_number_in_item(request.tag->address);
+        // Every element but a string's first asks for the same number of words.
+        const auto first_words = static_cast<uint8_t>(element_words(request, 0));
+        const auto other_words = request.is_string() ? static_cast<uint8_t>(element_words(request, 1)) : first_words;
         for (uint32_t m = 0; m < request.count; ++m) {
-            if (!first_item && !cursor.advance()) return 0;
-            first_item = false;
-            const auto item = cursor.item();
-            if (!item) return 0;
-            std::array<uint8_t, 4> location = item->location;
-            if (request.tag->bits == 1) {
-                const std::size_t entry = request.first_entry + static_cast<std::size_t>(m);
-                const auto bit = bool_bit(*request.tag, cursor, location);
-                if (!bit || entry >= plan.bit_numbers.size()) return 0;
-                plan.bit_numbers[entry] = *bit;
+            if (!first_item) {
+                if (base + ResolveCursor::kExtensionCountOffset >= received) return 0;
+                base += 24 + 4 * static_cast<std::size_t>(items[base + ResolveCursor::kExtensionCountOffset]);
             }
+            first_item = false;
+            // Area code and location: item bytes 21 to 25.
+            if (base + ResolveCursor::kLocationOffset + 4 > received) return 0;
+            if (entry == entries.data() + entries.size()) return 0;  // more entries than the plan counted
             // Location entry: 00, area code, 00, word count, location.
-            w.u8(0);
-            w.u8(item->area);
-            w.u8(0);
-            w.u8(static_cast<uint8_t>(element_words(request, m)));
-            w.bytes(location);
+            entry[0] = 0;
+            entry[1] = items[base + ResolveCursor::kAreaOffset];
+            entry[2] = 0;
+            entry[3] = m == 0 ? first_words : other_words;
+            std::memcpy(entry + 4, items + base + ResolveCursor::kLocationOffset, 4);
+            if (is_bool) {
+                // The bit number of a BOOL element inside the word the entry
+                // reads: item byte 30 for the device classes that carry it
+                // there, the location addressing the bit's word as it stands.
+                // Elsewhere the location's last low nibble is the bit number,
+                // and the entry must address the word, so that nibble is cleared.
+                const std::size_t index = request.first_entry + static_cast<std::size_t>(m);
+                if (index >= plan.bit_numbers.size()) return 0;
+                if (bit_in_item) {
+                    if (base + 30 >= received) return 0;
+                    plan.bit_numbers[index] = static_cast<uint8_t>(items[base + 30] & 0x0F);
+                } else {
+                    plan.bit_numbers[index] = static_cast<uint8_t>(entry[7] & 0x0F);
+                    entry[7] = static_cast<uint8_t>(entry[7] & 0xF0);
+                }
+            }
+            entry += kLocationEntrySize;
         }
     }
+    w.bytes(std::span<const uint8_t>(entries.data(), static_cast<std::size_t>(entry - entries.data())));
     return w.finish();
 }
 

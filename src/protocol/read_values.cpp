@@ -15,10 +15,22 @@ namespace kplc::proto::read {
 
 namespace {
 
-void place_number(std::span<uint8_t> value, std::span<const uint8_t> words) noexcept {
-    for (std::size_t k = 0; k + 1 < words.size() && k + 1 < value.size(); k += 2) {
-        value[k] = words[k + 1];
-        value[k + 1] = words[k];
+// Each word is stored low byte first; the words keep their order.
+void place_number(uint8_t *value, const uint8_t *words, uint8_t bits) noexcept {
+    switch (bits) {
+        case 64:
+            value[7] = words[6];
+            value[6] = words[7];
+            value[5] = words[4];
+            value[4] = words[5];
+            [[fallthrough]];
+        case 32:
+            value[3] = words[2];
+            value[2] = words[3];
+            [[fallthrough]];
+        default:
+            value[1] = words[0];
+            value[0] = words[1];
     }
 }
 
@@ -43,43 +55,42 @@ void place_chunk(const RequestPlan &request, uint32_t m, std::span<const uint8_t
     std::memcpy(dest.data() + start, words.data(), n);
 }
 
-void place(const RequestPlan &request, uint32_t m, std::span<const uint8_t> words, uint8_t bit, void *buffer) noexcept {
-    auto *base = static_cast<uint8_t *>(buffer);
-    if (request.is_string()) {
-        place_chunk(request, m, words, std::span<uint8_t>(base, request.limit));
-        return;
-    }
-    const uint8_t bits = request.tag->bits;
-    if (bits == 1) {
-        base[m] = bit_of(words, bit);
-        return;
-    }
-    // Element m of a 16/32/64-bit request: bytes width*m onwards. count *
-    // width bytes never exceed the regNums bytes the runtime asked for.
-    const std::size_t width = bits / 8U;
-    place_number(std::span<uint8_t>(base + width * m, width), words);
-}
-
 }  // namespace
 
 unsigned decode_values(const PassPlan &plan, std::span<const uint8_t> response,
                        std::span<DrvRWBuf *const> bufs) noexcept {
-    FrameReader values(response, kResponseDataOffset);
+    std::size_t pos = kResponseDataOffset;
     for (std::size_t i = 0; i < plan.size && i < bufs.size(); ++i) {
         const RequestPlan &request = plan.requests[i];
         if (!request.reads()) continue;
         DrvRWBuf &buf = *bufs[i];
+        auto *const base = static_cast<uint8_t *>(buf.buff);
+        const uint8_t bits = request.tag->bits;
+        // Every element but a string's first takes the same number of bytes.
+        const std::size_t first_size = 2 * static_cast<std::size_t>(element_words(request, 0));
+        const std::size_t other_size =
+            request.is_string() ? 2 * static_cast<std::size_t>(element_words(request, 1)) : first_size;
         for (uint32_t m = 0; m < request.count; ++m) {
             // A PLC that cannot resolve or read a name answers short; it is
             // noticed here, at the first element whose words did not arrive.
-            const auto words = values.take(2 * static_cast<std::size_t>(element_words(request, m)));
-            if (!words) {
+            const std::size_t size = m == 0 ? first_size : other_size;
+            if (pos > response.size() || response.size() - pos < size) {
                 buf.error = ER_TIMEOUT;
                 return ER_TIMEOUT;
             }
-            const std::size_t entry = request.first_entry + static_cast<std::size_t>(m);
-            const uint8_t bit = entry < plan.bit_numbers.size() ? plan.bit_numbers[entry] : 0;
-            place(request, m, *words, bit, buf.buff);
+            const std::span<const uint8_t> words = response.subspan(pos, size);
+            pos += size;
+            if (request.is_string()) {
+                place_chunk(request, m, words, std::span<uint8_t>(base, request.limit));
+            } else if (bits == 1) {
+                // Only BOOL elements have a bit number.
+                const std::size_t entry = request.first_entry + static_cast<std::size_t>(m);
+                base[m] = bit_of(words, entry < plan.bit_numbers.size() ? plan.bit_numbers[entry] : 0);
+            } else {
+                // Element m of a 16/32/64-bit request: bytes width*m onwards.
+                // count * width bytes never exceed the regNums bytes the runtime asked for.
+                place_number(base + (bits / 8U) * m, words.data(), bits);
+            }
         }
         buf.error = ER_OK;
     }

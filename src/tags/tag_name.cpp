@@ -16,24 +16,38 @@ std::string_view stored_name(const char (&field)[kNameCapacity + 1]) noexcept {
 bool rewrite_symbol(std::span<char, kNameCapacity + 1> name, std::string_view column) noexcept {
     // One pass does both rewrites: joining "][" into "," can never form a new
     // "][", and a '[' gets its '#' by its place in the joined name.
-    std::size_t len = 0;
-    auto put = [&](char c) {
-        if (len == kNameCapacity) return false;
-        name[len++] = c;
-        return true;
-    };
-    for (std::size_t i = 0; i < column.size(); ++i) {
-        bool fits;
-        if (column.substr(i, 2) == "][") {
-            fits = put(',');
-            ++i;
-        } else {
-            const bool marks_index = column[i] == '[' && len != 0;
-            fits = put(column[i]) && (!marks_index || put('#'));
-        }
-        if (!fits) {
+    const std::size_t size = column.size();
+    // Up to the first bracket nothing is rewritten: copied as it stands.
+    std::size_t start = 0;
+    while (start < size && column[start] != '[' && column[start] != ']') ++start;
+    if (start > kNameCapacity) {
+        // As when copied one by one: the field is filled, then emptied.
+        std::memcpy(name.data(), column.data(), kNameCapacity);
+        name[0] = '\0';
+        return false;
+    }
+    std::memcpy(name.data(), column.data(), start);
+    std::size_t len = start;
+    for (std::size_t i = start; i < size; ++i) {
+        const char c = column[i];
+        // At most two characters go out per character in; the last one a '#'
+        // that needs room of its own.
+        if (len == kNameCapacity) {
             name[0] = '\0';
             return false;
+        }
+        if (c == ']' && i + 1 < size && column[i + 1] == '[') {
+            name[len++] = ',';
+            ++i;
+        } else {
+            name[len++] = c;
+            if (c == '[' && len != 1) {
+                if (len == kNameCapacity) {
+                    name[0] = '\0';
+                    return false;
+                }
+                name[len++] = '#';
+            }
         }
     }
     name[len] = '\0';

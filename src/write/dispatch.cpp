@@ -13,6 +13,7 @@
 #include "format/types.hpp"
 #include "protocol/names.hpp"
 #include "support/places.hpp"
+#include "tags/table_memo.hpp"
 #include "write/session.hpp"
 
 namespace {
@@ -202,11 +203,20 @@ KPLC_API unsigned int zel_plc_write(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *bu
     if (settings->timeout2 != 0 && settings->timeout2 != 3) zel_sleep_ms(settings->timeout2);
 
     const uint32_t regid = reg_addr->reg_id - 1;  // reg_id 0 wraps and fails the range check
-    kplc_get_csv_name1(reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(st.tcp_settings), reg_addr, csv_name.data(),
-                       devIndex);
-    kplc_plc_tag *table = write_table(csv_name.data());
-    if (table == nullptr) return ER_INVALID;
+    auto *tcp = reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(st.tcp_settings);
+    // The table of the last write, found again without forming its file name;
+    // the name is formed when the table must be looked up or loaded, or reported.
+    static kplc::tags::TableMemo memo;
+    const auto address = static_cast<uint32_t>(st.tcp_settings != nullptr ? st.tcp_settings->ipaddr : 0);
+    kplc_plc_tag *table = st.tcp_settings != nullptr ? memo.find(st.g_plc_tags, address, devIndex) : nullptr;
+    if (table == nullptr) {
+        kplc_get_csv_name1(tcp, reg_addr, csv_name.data(), devIndex);
+        table = write_table(csv_name.data());
+        if (table == nullptr) return ER_INVALID;
+        if (st.tcp_settings != nullptr) memo.remember(st.g_plc_tags, address, devIndex, table);
+    }
     if (regid >= table->id_max) {
+        if (csv_name[0] == '\0') kplc_get_csv_name1(tcp, reg_addr, csv_name.data(), devIndex);
         std::printf("[PLC] ");
         // Printed unsigned: reg_id 0 shows as 4294967295, the index it wrapped to.
         std::printf("tag id %u is not exist in this tag list %s", regid, csv_name.data());

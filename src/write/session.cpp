@@ -8,10 +8,7 @@
 
 namespace kplc::write {
 
-std::span<uint8_t> Session::request() noexcept {
-    request_.fill(0);
-    return request_;
-}
+std::span<uint8_t> Session::request() noexcept { return request_; }
 
 uint16_t Session::sequence() const noexcept { return state().write_sid; }
 

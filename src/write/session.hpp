@@ -28,7 +28,7 @@ public:
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    // The request buffer, cleared, for the next request.
+    // The request buffer for the next request.
     std::span<uint8_t> request() noexcept;
     // The sequence number the next request takes.
     [[nodiscard]] uint16_t sequence() const noexcept;
@@ -43,8 +43,10 @@ public:
 
 private:
     PLC_DRV_INIT_SETTINGS *settings_;
-    std::array<uint8_t, kRequestSize> request_{};
-    transport::ReceiveArea response_{};
+    // Neither buffer is cleared: every request is written byte by byte from
+    // its start up to the length sent, and only the bytes received are read.
+    std::array<uint8_t, kRequestSize> request_;
+    transport::ReceiveArea response_;
     std::size_t received_ = 0;
 };
 
