@@ -21,7 +21,7 @@ bool batch_acceptable(const void *drv, const CommunicationProperty *setting, con
 
 kplc_plc_tag *batch_tag_table(CommunicationProperty *setting, Reg *first, int build_place, int add_place) noexcept {
     // The table of the last batch, found again without forming its file name.
-    static kplc::tags::TableMemo memo;
+    kplc::tags::TableMemo &memo = kplc::state().read_table;
     kplc_plc_tag *registry = &kplc::state().g_kplc_tags;
     const bool keyed = setting != nullptr && first != nullptr;
     if (keyed) {

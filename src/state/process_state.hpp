@@ -18,6 +18,7 @@
 
 #include "kplc/records.h"
 #include "kplc/tags.h"
+#include "tags/table_memo.hpp"
 
 namespace kplc {
 
@@ -41,6 +42,8 @@ struct ProcessState {
     std::array<Local_MSG, kCatalogueCapacity> LocalInfo;  // program catalogue
     uint32_t localNum;                        // valid catalogue entries
     std::array<unsigned char, kEmptyBuffSize> EmptyBuff;  // stale input is drained into it
+    tags::TableMemo read_table;               // the read side's last tag table, by address and device
+    tags::TableMemo write_table;              // the write side's last tag table, by address and device
 };
 
 // The one instance. Zero-initialised before any code of the library runs.

@@ -206,7 +206,7 @@ KPLC_API unsigned int zel_plc_write(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *bu
     auto *tcp = reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(st.tcp_settings);
     // The table of the last write, found again without forming its file name;
     // the name is formed when the table must be looked up or loaded, or reported.
-    static kplc::tags::TableMemo memo;
+    kplc::tags::TableMemo &memo = kplc::state().write_table;
     const auto address = static_cast<uint32_t>(st.tcp_settings != nullptr ? st.tcp_settings->ipaddr : 0);
     kplc_plc_tag *table = st.tcp_settings != nullptr ? memo.find(st.g_plc_tags, address, devIndex) : nullptr;
     if (table == nullptr) {
