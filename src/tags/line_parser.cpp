@@ -11,8 +11,10 @@
 // rewritten) and the walk goes on from where that reading stopped to the
 // column's ',' or the line's end. A column ends at ',' or at the zero byte
 // that ends the text; nothing after a zero byte is looked at.
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -26,19 +28,33 @@ namespace {
 
 // Columns are read through bounded windows; a longer column is read as its
 // first characters only:
-// - type: no type name is near 99 characters, so a longer column names no type;
 // - range: the bounds and '_' separators are taken from the first 99;
 // - device: the mnemonics are searched in the first 23;
 // - length and mode: numbers are read from the first 7, which holds every
 //   byte length up to 9,999,999 and every program number.
-constexpr std::size_t kTypeColumn = 99;
 constexpr std::size_t kRangeColumn = 99;
 constexpr std::size_t kDeviceColumn = 23;
 constexpr std::size_t kNumberColumn = 7;
 constexpr std::size_t kUnbounded = SIZE_MAX;
 
+// What each character is to the parser, a bit per role, so that a loop over
+// a column tests one table entry per character.
+constexpr uint8_t kEnd = 1;    // ',' or the zero byte: ends a column
+constexpr uint8_t kDot = 2;    // '.': the name has a program or member part
+constexpr uint8_t kClose = 4;  // ']'
+constexpr uint8_t kOpen = 8;   // '['
+constexpr std::array<uint8_t, 256> kRole = [] {
+    std::array<uint8_t, 256> role{};
+    role[','] = role[0] = kEnd;
+    role['.'] = kDot;
+    role[']'] = kClose;
+    role['['] = kOpen;
+    return role;
+}();
+constexpr uint8_t role(char c) noexcept { return kRole[static_cast<unsigned char>(c)]; }
+
 constexpr bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
-constexpr bool ends_column(char c) noexcept { return c == ',' || c == '\0'; }
+constexpr bool ends_column(char c) noexcept { return (role(c) & kEnd) != 0; }
 
 // Where the walk stands: `at` is the next unread character; `open` says that
 // the line still has a column there (false once the last column, the one the
@@ -100,17 +116,51 @@ inline bool take(const char *s, std::size_t limit, std::size_t &i, char c) noexc
 
 bool is_string_type(uint16_t code) noexcept { return code == kplc::format::kString || code == kplc::format::kWString; }
 
-// The type named by the column at the walk, the walk moved past it. Returns
-// the type code, 0 when the column names no type.
+// Type names packed for comparison: the first eight characters, one byte
+// each from the lowest up, and the length. Only a name longer than eight
+// characters needs its remaining characters compared.
+struct TypeKey {
+    uint64_t head;
+    std::size_t size;
+};
+constexpr std::size_t kKeyChars = 8;
+constexpr std::array<TypeKey, kplc::format::kTypes.size()> kTypeKeys = [] {
+    std::array<TypeKey, kplc::format::kTypes.size()> keys{};
+    for (std::size_t r = 0; r < keys.size(); ++r) {
+        const std::string_view name = kplc::format::kTypes[r].name;
+        for (std::size_t i = 0; i < name.size() && i < kKeyChars; ++i)
+            keys[r].head |= uint64_t{static_cast<unsigned char>(name[i])} << (8 * i);
+        keys[r].size = name.size();
+    }
+    return keys;
+}();
+
+// The type named by the column at the walk, the walk moved past it; the
+// column is packed as it is walked. Returns the type code, 0 when the column
+// names no type.
 uint16_t read_type(Walk &walk, kplc_tag_str &tag) noexcept {
-    const std::string_view column = walk.cut();
-    if (column.empty() || column.size() > kTypeColumn) return 0;
-    const auto *row = kplc::format::type_named(column);
-    if (row == nullptr) return 0;
-    tag.type = row->code;
-    tag.bits = row->bits;
-    tag.attr = NORMAL;
-    return row->code;
+    const char *s = walk.at;
+    uint64_t head = 0;
+    std::size_t len = 0;
+    for (char c; !ends_column(c = s[len]); ++len)
+        if (len < kKeyChars) head |= uint64_t{static_cast<unsigned char>(c)} << (8 * len);
+    walk.at = s + len;
+    walk.finish_column();
+    if (len == 0) return 0;
+    // Names are unique, so at most one row matches; only the rows that start
+    // with the column's first character are tried.
+    for (uint32_t rows = kplc::format::kTypesStartingWith[static_cast<unsigned char>(s[0])]; rows != 0;
+         rows &= rows - 1) {
+        const auto r = static_cast<std::size_t>(std::countr_zero(rows));
+        if (kTypeKeys[r].head != head || kTypeKeys[r].size != len) continue;
+        const kplc::format::TypeRow &row = kplc::format::kTypes[r];
+        if (len > kKeyChars && std::memcmp(row.name + kKeyChars, s + kKeyChars, len - kKeyChars) != 0) continue;
+        tag.type = row.code;
+        tag.bits = row.bits;
+        tag.attr = NORMAL;
+        return row.code;
+    }
+    return 0;
 }
 
 // Bounds "[a..b]", "[a..b_c..d]" or "[a..b_c..d_e..f]". The number of '_'
@@ -195,12 +245,10 @@ void read_mode(Walk &walk, kplc_tag_str &tag) noexcept {
     tag.var_type = kplc::name_class(kplc::stored_name(tag.name));
 }
 
-// What the name holds, for its class: bit 0 a '.', bit 1 a ']'.
-constexpr uint8_t kHasDot = 1;
-constexpr uint8_t kHasClose = 2;
-constexpr uint8_t class_bits(char c) noexcept { return c == '.' ? kHasDot : c == ']' ? kHasClose : 0; }
-constexpr uint8_t name_class_of(uint8_t bits) noexcept {
-    return (bits & kHasDot) == 0 ? 1 : (bits & kHasClose) == 0 ? 2 : 3;
+// Name class from the roles of the name's characters: 1 without '.', 2 with
+// '.' but no ']', 3 with both.
+constexpr uint8_t name_class_of(uint8_t roles) noexcept {
+    return (roles & kDot) == 0 ? 1 : (roles & kClose) == 0 ? 2 : 3;
 }
 
 // The symbol column (non-empty) written into the record's name as it is
@@ -209,7 +257,7 @@ constexpr uint8_t name_class_of(uint8_t bits) noexcept {
 // Arr[#3]). A name over 255 characters does not fit and leaves the field
 // empty, so that the tag cannot address some other, shorter variable; the
 // walk still goes to the column's end. Returns the name's length, or
-// kUnbounded when it did not fit; `bits` gets the name's class bits.
+// kUnbounded when it did not fit; `bits` gets the roles of its characters.
 std::size_t write_symbol(Walk &walk, char (&name)[kplc::kNameCapacity + 1], uint8_t &bits) noexcept {
     constexpr std::size_t cap = kplc::kNameCapacity;
     const char *s = walk.at;
@@ -217,10 +265,11 @@ std::size_t write_symbol(Walk &walk, char (&name)[kplc::kNameCapacity + 1], uint
     uint8_t seen = 0;
     // Up to the first bracket nothing is rewritten: copied as it stands. A
     // plain part longer than the field fills it and is then emptied.
-    for (char c; !ends_column(c = s[i]) && c != '[' && c != ']'; ++i) {
-        if (i < cap) name[i] = c;
-        seen |= static_cast<uint8_t>(c == '.');
+    for (uint8_t r; ((r = role(s[i])) & (kEnd | kOpen | kClose)) == 0 && i < cap; ++i) {
+        name[i] = s[i];
+        seen |= r;
     }
+    while ((role(s[i]) & (kEnd | kOpen | kClose)) == 0) ++i;
     std::size_t len = i;
     bool fits = len <= cap;
     // One pass does both rewrites: joining "][" into "," can never form a
@@ -237,7 +286,7 @@ std::size_t write_symbol(Walk &walk, char (&name)[kplc::kNameCapacity + 1], uint
             ++i;
         } else {
             name[len++] = c;
-            seen |= class_bits(c);
+            seen |= role(c);
             if (c == '[' && len != 1) {
                 if (len == cap) {
                     fits = false;
@@ -272,7 +321,7 @@ void append_name_rest(Walk &walk, char (&name)[kplc::kNameCapacity + 1], std::si
     char *end = name + len;
     *end++ = ',';
     *end++ = '#';
-    for (const char c : rest) bits |= class_bits(c);
+    for (const char c : rest) bits |= role(c);
     std::memcpy(end, rest.data(), rest.size());
     end[rest.size()] = '\0';
 }
