@@ -102,13 +102,6 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     std::free(drv);
 }
 
-TEST(Create, HandsOutAClearedRecord) {
-    auto *rec = static_cast<unsigned char *>(kplc_create());
-    ASSERT_NE(rec, nullptr);
-    for (std::size_t i = 0; i < sizeof(PLC_DRV_INIT_SETTINGS_NEW); ++i) ASSERT_EQ(rec[i], 0) << "byte " << i;
-    std::free(rec);
-}
-
 TEST(DriverInfo, ReportsDriverAndFrameworkNumbers) {
     PLC_DRV_INFO info{};
     EXPECT_EQ(kplc_driver_info(nullptr, &info), static_cast<unsigned>(ER_OK));
@@ -127,22 +120,6 @@ TEST(Ioctrl, MultiReadPropertiesAreEightBytesAndSilent) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     const unsigned char want[12] = {8, 0, 0, 0, 16, 0, 0, 0, 0xAA, 0xAA, 0xAA, 0xAA};
     EXPECT_EQ(std::memcmp(out, want, sizeof want), 0);
-}
-
-TEST(Ioctrl, OtherCommandsWriteNothingAndSaySo) {
-    unsigned char out[8];
-    std::memset(out, 0xAA, sizeof out);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(kplc_ioctrl(nullptr, nullptr, 7, nullptr, out), static_cast<unsigned>(ER_OK));
-    const std::string said = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(said.starts_with("[PLC]: at line ")) << said;
-    EXPECT_TRUE(said.ends_with(" Not currently supported \r\n")) << said;
-    for (unsigned char b : out) EXPECT_EQ(b, 0xAA);
-}
-
-TEST(NoOpEntries, ReturnZero) {
-    EXPECT_EQ(kplc_getmessagelength(nullptr, nullptr, nullptr, 3), 0u);
-    EXPECT_EQ(kplc_slave_main(nullptr, 1, nullptr, nullptr, 0, nullptr), 0u);
 }
 
 }  // namespace

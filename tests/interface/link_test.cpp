@@ -120,23 +120,6 @@ INSTANTIATE_TEST_SUITE_P(
         CatalogueCase{"name_longer_than_the_field", long_name_catalogue(), {{1, euro_times(85)}}}),
     [](const auto &info) { return std::string(info.param.what); });
 
-TEST(StartLink, ANewCatalogueOverwritesFromTheStart) {
-    FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first())
-        .reply(kplc::testkit::catalogue({{1, u"A1"}, {2, u"B2"}, {3, u"C3"}, {4, u"D4"}, {5, u"E5"}}))
-        .reply(kplc::testkit::catalogue_first())
-        .reply(kplc::testkit::catalogue({{8, u"X"}, {9, u"Y"}}));
-    Instance drv(FakePlc::kLoopback, plc.port());
-    std::string printed;
-    ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK));
-    ::close(drv.settings()->serial_handle);
-    ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK));
-    EXPECT_EQ(loaded_catalogue(), (std::vector<Program>{{8, "X"}, {9, "Y"}}));
-    const auto &st = kplc::state();
-    EXPECT_STREQ(st.LocalInfo[2].name, "C3");
-    EXPECT_STREQ(st.LocalInfo[4].name, "E5");
-}
-
 enum class Fault { ShortCatalogue, EmptyFirstAnswer, NoAnswer, Refused };
 struct FailureCase {
     const char *what;
@@ -186,17 +169,5 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"connect_refused", Fault::Refused,
                     "no matching relative net\r\nconnect to 127.0.0.1 failed\r\nzel_plc_read init fail\r\n"}),
     [](const auto &info) { return std::string(info.param.what); });
-
-TEST(CatalogueRequest, ShortAnswerIsInvalid) {
-    FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first()).reply(Bytes(14, 0));
-    Instance drv(FakePlc::kLoopback, plc.port());
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(XPLC_init(drv.settings()), 0);
-    (void)testing::internal::GetCapturedStdout();
-    EXPECT_EQ(xplc_getlocalMSG(drv.settings()), ER_INVALID);
-    // Without start-up the socket stays open for the caller.
-    EXPECT_EQ(::close(drv.settings()->serial_handle), 0);
-}
 
 }  // namespace

@@ -95,33 +95,6 @@ std::vector<int> words_in(const Bytes &frame) {
     return words;
 }
 
-Bytes items(std::size_t n) { return kplc::testkit::resolve(std::vector<kplc::testkit::ResolveItem>(n)); }
-
-TEST(ReadPlan, NamesAndWordCountsFollowTheShape) {
-    struct Case {
-        TagSpec tag;
-        uint32_t addr, nums;
-        std::vector<std::string> names;
-        std::vector<int> words;
-    } cases[] = {
-        {{.name = "T", .attr = ARRAY, .bounds = {1, 9}}, 4, 6, {"T[#3]", "T[#4]", "T[#5]"}, {1, 1, 1}},
-        {{.name = "M", .attr = ARRAY2, .bounds = {0, 2, 0, 3}}, 10, 2, {"M[#1,#1]"}, {1}},
-        {{.name = "C", .bits = 64, .attr = ARRAY3, .bounds = {0, 1, 0, 2, 0, 3}}, 104, 8, {"C[#1,#0,#1]"}, {4}},
-        {{.name = "B", .bits = 1, .attr = ARRAY, .bounds = {0, 31}}, 5, 2, {"B[#5]", "B[#6]"}, {1, 1}},
-        {text(21, {0, 3}), 45, 30, {"S[#2][#5]", "S[#3][#0]"}, {8, 11}},
-        {text(21), 3, 10, {"S[#3]"}, {9}},
-        {text(42, {0, 1}, 215), 0, 40, {"S[#0][#0]"}, {21}},  // WSTRING: 40 characters per element
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.names.front());
-        Batch b;
-        b.add(c.tag, c.addr, c.nums);
-        b.plan();
-        ASSERT_EQ(b.pass.requests[0].refusal, rd::Refusal::None) << rd::describe(b.pass.requests[0].refusal);
-        EXPECT_EQ(names_in(b.resolve_request()), c.names);
-        EXPECT_EQ(words_in(b.location_request(items(c.names.size()))), c.words);
-    }
-}
 
 TEST(ReadPlan, BoolBitsAndNumbersAreTakenApartByWidth) {
     // Class 6 (DM) and 30 (no device) take the bit number from item byte 30
@@ -149,37 +122,6 @@ TEST(ReadPlan, BoolBitsAndNumbersAreTakenApartByWidth) {
     EXPECT_EQ(b.value(3, 3), "34 12 EE");
     EXPECT_EQ(b.value(4, 5), "BB AA DD CC EE");
     EXPECT_EQ(b.value(5, 9), "22 11 44 33 66 55 88 77 EE");
-}
-
-TEST(ReadPlan, StringChunksFollowEachOtherAndStopAtTheAskedBytes) {
-    // element_size 20, offset 5: chunk 0 has 8 words for 15 characters,
-    // chunk 1 has 11 words for 20; 30 bytes were asked for, 25 fit `size`.
-    const TagSpec tag = text(21, {0, 3});
-    Bytes payload;
-    for (int k = 0; k < 16; ++k) payload.push_back(static_cast<uint8_t>(0xA0 + k));
-    for (int k = 0; k < 22; ++k) payload.push_back(static_cast<uint8_t>(0xC0 + k));
-    for (int32_t size : {0, 25}) {
-        Batch b;
-        b.add(tag, 45, 30);
-        b.records[0].size = size;
-        b.plan();
-        ASSERT_EQ(rd::decode_values(b.pass, kplc::testkit::values(payload), b.bufs), ER_OK);
-        Bytes want(payload.begin(), payload.begin() + 15);
-        want.insert(want.end(), payload.begin() + 16, payload.begin() + 16 + (size == 0 ? 15 : 10));
-        want.resize(40, 0xEE);
-        EXPECT_EQ(b.value(0, 40), to_hex(want)) << "size " << size;
-    }
-}
-
-TEST(ReadPlan, ResolveResponseWithoutTheBytesAnEntryNeedsBuildsNothing) {
-    Batch b;
-    b.add({.name = "D", .bits = 1, .address = 6}, 0, 1);
-    b.add({.name = "A", .attr = ARRAY, .bounds = {0, 9}}, 0, 4);
-    b.plan();
-    // The location ends at byte 25, the bit number is at 30, the extension
-    // count that leads to the next item at 40; then the third item is missing.
-    for (const Bytes &resp : {Bytes(25), Bytes(30), Bytes(40), items(2)}) EXPECT_TRUE(b.location_request(resp).empty());
-    EXPECT_FALSE(b.location_request(items(3)).empty());
 }
 
 TEST(ReadPlan, RefusedRequestIsLeftOutAndTheOthersAreRead) {
@@ -247,17 +189,6 @@ TEST(ReadPlan, ScopeThatDoesNotFitOneExchangeIsRefusedWhole) {
         if (c.resolve_size != 0) {
             EXPECT_EQ(b.resolve_request().size(), c.resolve_size) << c.what;
         }
-    }
-}
-
-TEST(ReadPlan, ElementCountsAndWordCountsByWidth) {
-    struct Case {
-        int bits, size, num, elements, words;
-    } cases[] = {{0, 99, 7, 1, 7}, {1, 5, 0, 5, 1}, {8, 5, 0, 5, 8}, {16, 7, 0, 3, 1},
-                 {32, 12, 0, 3, 2}, {64, 17, 0, 2, 4}, {16, -3, 0, -1, 1}};
-    for (const Case &c : cases) {
-        EXPECT_EQ(xplc_getnum(c.bits, c.size), c.elements) << c.bits << " bits, " << c.size;
-        EXPECT_EQ(xplc_gettype(c.bits, c.num), c.words) << c.bits << " bits";
     }
 }
 

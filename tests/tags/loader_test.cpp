@@ -67,27 +67,6 @@ TEST(LoadTagFile, MissingFileReportsOnEveryAttempt) {
     }
 }
 
-TEST(LoadTagFile, LargeFile) {
-    constexpr u32 kLines = 100000;
-    ScopedWorkdir dir;
-    std::string text;
-    for (u32 i = 1; i <= kLines; ++i)
-        text += std::to_string(i) + ",Prog.Axis[" + std::to_string(i) + "][2].Pos,LREAL,[0..3_0..1],64,,DM" +
-                std::to_string(i) + "," + std::to_string(i % 8) + "\n";
-    const std::string name = dir.write_tag_file(kIp, 0, text);
-
-    const auto start = std::chrono::steady_clock::now();
-    const Loaded t(name);
-    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-    std::printf("loaded %u lines in %.1f ms\n", kLines, took.count());
-
-    ASSERT_EQ(t.count, kLines);
-    const kplc_tag_str &last = t.table[kLines - 1];
-    EXPECT_EQ(std::string(last.name), "Axis[#" + std::to_string(kLines) + ",2].Pos");
-    EXPECT_STREQ(reinterpret_cast<const char *>(last.local_name), "Prog");
-    EXPECT_EQ(last.attr, ARRAY2);
-}
-
 // Both sides name the file from the same PLC address and device index; the
 // write side gets the address from the instance's TCP parameters.
 TEST(TagFileName, ReadAndWriteSidesAgree) {

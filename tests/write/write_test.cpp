@@ -14,7 +14,6 @@
 
 #include "interface/state.hpp"
 #include "kplc/kplc.h"
-#include "testkit/alloc_counter.hpp"
 #include "testkit/fake_plc.hpp"
 #include "testkit/workdir.hpp"
 
@@ -251,27 +250,6 @@ TEST_F(WriteTest, ABitLoopStopsAtALostLink) {
     Bytes value = hex("01 01 01");
     EXPECT_EQ(write(Coils, 3, 3, value.data()), static_cast<unsigned>(ER_INVALID));
     EXPECT_EQ(commands(), (std::vector<uint16_t>{0x0C28, 0x3200, 0x0C28, 0x0C2C, 0x0C25}));
-}
-
-TEST_F(WriteTest, TheTableIsLoadedOnceAndThenNothingIsAllocated) {
-    plc.reply(R).reply(ack()).reply(R).reply(ack());
-    Bytes value = hex("34 12");
-    ASSERT_EQ(write(Speed, 0, 2, value.data()), static_cast<unsigned>(ER_OK));
-    std::filesystem::remove(dir.path() + "/driver/PLC7F000001_0.csv");
-    unsigned result = ER_INVALID;
-    std::size_t allocations = 0;
-    {
-        testkit::AllocCounter counter;
-        result = write(Speed, 0, 2, value.data());
-        allocations = counter.allocations();
-    }
-    EXPECT_EQ(result, static_cast<unsigned>(ER_OK)) << "served from the registry";
-    if (testkit::AllocCounter::available()) {
-        EXPECT_EQ(allocations, 0u);
-    }
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(write(Speed, 0, 2, value.data(), 1), static_cast<unsigned>(ER_INVALID)) << "device 1 has no file";
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("build tag table failed!\r\n"), std::string::npos);
 }
 
 }  // namespace
