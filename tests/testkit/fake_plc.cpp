@@ -217,6 +217,9 @@ struct FakePlc::Impl {
             if (!script.empty()) {
                 step = std::move(script.front());
                 script.pop_front();
+                // A reply step without bytes stands for the simulated PLC's own answer.
+                if (plc_answers && step->kind == sim::Answer::Kind::Reply && step->bytes.empty())
+                    step->bytes = plc.handle(request);
             } else if (!plc_answers) {
                 step = make(sim::Answer::Kind::Silence);
             }

@@ -46,7 +46,8 @@ public:
 
     [[nodiscard]] uint16_t port() const;
 
-    // Script steps, each consumed by one received request, in order.
+    // Script steps, each consumed by one received request, in order. With a
+    // tag file, empty `bytes` stand for the simulated PLC's own answer.
     FakePlc &reply(Bytes bytes);                      // answer with these bytes
     FakePlc &silence();                               // answer nothing (forces a time-out)
     FakePlc &close();                                 // close the connection instead of answering
