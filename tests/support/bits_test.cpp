@@ -1,10 +1,9 @@
 // Bit copy out of 16-bit words, the number helpers and the Modbus CRC-16.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <climits>
 #include <cstdint>
-#include <cstdlib>
+#include <tuple>
 #include <string>
 #include <vector>
 
@@ -49,11 +48,9 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &info) { return std::string(info.param.what); });
 
 TEST(NumberHelpers, HexDigitsAndValues) {
-    for (int ch = CHAR_MIN; ch <= CHAR_MAX; ++ch) {
-        const char text[2] = {static_cast<char>(ch), 0};
-        const int want = ch >= 0 && std::isxdigit(ch) ? static_cast<int>(std::strtol(text, nullptr, 16)) : -1;
-        EXPECT_EQ(getIndexOfSigns(text[0]), want) << ch;
-    }
+    for (const auto &[ch, want] : {std::pair{'0', 0}, {'9', 9}, {'a', 10}, {'F', 15}, {'g', -1}, {'/', -1}, {':', -1},
+                                   {'@', -1}, {'G', -1}, {'`', -1}, {'\xFF', -1}})
+        EXPECT_EQ(getIndexOfSigns(ch), want) << ch;
     const struct {
         std::string text;
         int nlen;
@@ -61,6 +58,10 @@ TEST(NumberHelpers, HexDigitsAndValues) {
     } cases[] = {{"00ff", 4, 255},        {"1A2b", 4, 0x1A2B}, {"0x10", 4, 16 - 256}, {"1234", 2, 0x12},
                  {"1234", 0, 0},          {"ffffffff", 8, -1}, {"100000000", 9, 0}};
     for (auto c : cases) EXPECT_EQ(hexToDec(c.text.data(), c.nlen), c.want) << c.text << "/" << c.nlen;
+    for (const auto &[result, n, want] : {std::tuple{1, 0, 1}, {1, 15, 32768}, {3, -2, 3}, {-3, 2, -12}, {1, 31, INT_MIN}})
+        EXPECT_EQ(mathN(result, n), want) << result << "<<" << n;
+    for (const auto &[bits, bytes, words] : {std::tuple{0u, 0u, 0u}, {9u, 2u, 1u}, {16u, 2u, 1u}, {17u, 3u, 2u}})
+        EXPECT_EQ(std::pair(bit2byte_len(bits), bit2word_len(bits)), std::pair(bytes, words)) << bits;
 }
 
 unsigned crc_of(Bytes b) { return crc16(b.data(), static_cast<unsigned char>(b.size())); }

@@ -128,12 +128,4 @@ TEST(ParseLine, NamesThatDoNotFitAreDroppedWithoutShiftingColumns) {
     EXPECT_EQ(t.mode_type, -1);
 }
 
-TEST(NameHelpers, InsertMovesTheRestIncludingTheTerminator) {
-    for (const auto &[pos, want] : {std::pair{0, "#abc"}, {1, "a#bc"}, {3, "abc#"}, {4, "abc"}, {-1, "abc"}}) {
-        char text[8] = "abc", mark = '#';
-        insert(text, &mark, pos);
-        EXPECT_STREQ(text, want) << pos;
-    }
-}
-
 }  // namespace

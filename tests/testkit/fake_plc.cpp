@@ -5,6 +5,7 @@
 
 #include <dirent.h>
 #include <sys/ioctl.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -25,23 +26,14 @@ namespace kplc::testkit {
 // ---------------------------------------------------------------- hex helpers
 
 Bytes hex(std::string_view text) {
-    Bytes out;
-    int high = -1;
-    for (char ch : text) {
-        if (ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r') continue;
-        int v;
-        if (ch >= '0' && ch <= '9') v = ch - '0';
-        else if (ch >= 'a' && ch <= 'f') v = ch - 'a' + 10;
-        else if (ch >= 'A' && ch <= 'F') v = ch - 'A' + 10;
-        else throw std::invalid_argument("hex: not a hex digit in \"" + std::string(text) + "\"");
-        if (high < 0) {
-            high = v;
-        } else {
-            out.push_back(static_cast<uint8_t>(high << 4 | v));
-            high = -1;
-        }
-    }
-    if (high >= 0) throw std::invalid_argument("hex: odd number of digits in \"" + std::string(text) + "\"");
+    std::string digits;
+    for (char ch : text)
+        if (ch != ' ' && ch != '\t' && ch != '\n' && ch != '\r') digits.push_back(ch);
+    if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+        throw std::invalid_argument("hex: not pairs of hex digits in \"" + std::string(text) + "\"");
+    Bytes out(digits.size() / 2);
+    for (std::size_t i = 0; i < out.size(); ++i)
+        out[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
     return out;
 }
 
@@ -153,32 +145,42 @@ namespace {
 // before the next one goes out anyway (the driver may have given up).
 constexpr auto kConsumeLimit = 2000ms;
 
-// Bytes waiting unread in this process's stream socket whose local address is
-// `addr` (the driver's end of a connection), or nullopt when it is gone. The
-// fake runs inside the test process, so it can see whether the driver has
-// read a segment before the next is sent: the two never merge into one read.
-std::optional<int> unread_at(const sockaddr_in &addr) {
+// This process's stream socket whose local address is `local` (and, when
+// given, whose peer is `peer`), or -1. The fake runs inside the test process,
+// so it can reach the driver's end of a connection as well as its own.
+int stream_socket_at(const sockaddr_in &local, const sockaddr_in *peer = nullptr) {
     DIR *dir = opendir("/proc/self/fd");
-    if (dir == nullptr) return std::nullopt;
-    std::optional<int> result;
+    if (dir == nullptr) return -1;
+    int found = -1;
+    const auto same = [](const sockaddr_in &a, const sockaddr_in &b) {
+        return a.sin_family == AF_INET && a.sin_port == b.sin_port && a.sin_addr.s_addr == b.sin_addr.s_addr;
+    };
     while (dirent *entry = readdir(dir)) {
         const int fd = std::atoi(entry->d_name);
-        sockaddr_in local{};
-        socklen_t len = sizeof local;
+        sockaddr_in mine{}, theirs{};
+        socklen_t len = sizeof mine, plen = sizeof theirs;
         int type = 0;
         socklen_t tlen = sizeof type;
-        if (fd <= 2 || fd == dirfd(dir) || getsockname(fd, reinterpret_cast<sockaddr *>(&local), &len) != 0 ||
-            local.sin_family != AF_INET || getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &tlen) != 0 ||
-            type != SOCK_STREAM || local.sin_port != addr.sin_port || local.sin_addr.s_addr != addr.sin_addr.s_addr)
-            continue;
-        int unread = 0;
-        if (ioctl(fd, FIONREAD, &unread) == 0) {
-            result = unread;
+        if (fd > 2 && fd != dirfd(dir) && getsockname(fd, reinterpret_cast<sockaddr *>(&mine), &len) == 0 &&
+            same(mine, local) && getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &tlen) == 0 && type == SOCK_STREAM &&
+            (peer == nullptr ||
+             (getpeername(fd, reinterpret_cast<sockaddr *>(&theirs), &plen) == 0 && same(theirs, *peer)))) {
+            found = fd;
             break;
         }
     }
     closedir(dir);
-    return result;
+    return found;
+}
+
+// Bytes waiting unread at the driver's end of a connection (its local address
+// is `client`), or nullopt when it is gone: the gate sends the next segment
+// only once the driver has read what came before, so the two never merge.
+std::optional<int> unread_at(const sockaddr_in &client) {
+    const int fd = stream_socket_at(client);
+    int unread = 0;
+    if (fd < 0 || ioctl(fd, FIONREAD, &unread) != 0) return std::nullopt;
+    return unread;
 }
 
 sim::Answer make(sim::Answer::Kind kind, Bytes bytes = {}, std::size_t split_at = 0, unsigned pause_ms = 0,
@@ -206,6 +208,10 @@ struct FakePlc::Impl {
     std::deque<sim::Answer> script;
     std::vector<Bytes> received;
     std::size_t expected_segments = 0, sent_segments = 0;
+    // Segments of the current answer sent so far, and the size of the last
+    // one that trailed an answer's first (stale bytes, the rest of a split).
+    std::size_t answer_sent = 0, trailing_size = 0;
+    sockaddr_in trailing_client{};
 
     Impl(Transport transport, std::string_view tags) : plc(tags), plc_answers(!tags.empty()) {
         sim::ServerHooks hooks;
@@ -224,12 +230,22 @@ struct FakePlc::Impl {
                 step = make(sim::Answer::Kind::Silence);
             }
             expected_segments += step ? segments(*step) : 1;
+            answer_sent = trailing_size = 0;
             return step;
         };
         hooks.tap = [this](const sim::Event &e) {
+            // Every segment goes out at once: without this a small segment
+            // right after a reply (stale bytes, the rest of a split one) waits
+            // for the driver's delayed acknowledgement, some 40 ms, and could
+            // arrive after the driver's next drain although it counts as sent.
+            if (e.kind == sim::Event::Kind::Open && !e.udp) {
+                const int one = 1, fd = stream_socket_at(e.local, &e.client);
+                if (fd >= 0) setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+            }
             if (e.kind != sim::Event::Kind::Reply) return;
             std::lock_guard lock(mu);
             ++sent_segments;
+            if (answer_sent++ > 0) trailing_size = e.bytes.size(), trailing_client = e.client;
             cv.notify_all();
         };
         hooks.before_next_segment = [](const sockaddr_in &client) {
@@ -265,6 +281,12 @@ FakePlc &FakePlc::with_stale(Bytes bytes, Bytes stale) {
     return impl_->push(*this, make(Kind::Reply, std::move(bytes), 0, 0, std::move(stale)));
 }
 
+void FakePlc::forget_requests() {
+    std::lock_guard lock(impl_->mu);
+    impl_->received.clear();
+    impl_->received.shrink_to_fit();
+}
+
 std::vector<Bytes> FakePlc::requests() const {
     std::lock_guard lock(impl_->mu);
     return impl_->received;
@@ -279,7 +301,20 @@ bool FakePlc::wait_for_requests(std::size_t count, std::chrono::milliseconds tim
 
 bool FakePlc::wait_idle(std::chrono::milliseconds timeout) const {
     std::unique_lock lock(impl_->mu);
-    return impl_->cv.wait_for(lock, timeout, [&] { return impl_->sent_segments >= impl_->expected_segments; });
+    if (!impl_->cv.wait_for(lock, timeout, [&] { return impl_->sent_segments >= impl_->expected_segments; }))
+        return false;
+    // Counted is not yet arrived: the tap sees a segment just before it is
+    // sent. Bytes that trailed the last answer must be queued at the driver's
+    // end (which reads nothing meanwhile: the driver runs on the caller's thread).
+    const std::size_t size = impl_->trailing_size;
+    const sockaddr_in client = impl_->trailing_client;
+    lock.unlock();
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (auto unread = unread_at(client); size > 0 && unread && static_cast<std::size_t>(*unread) < size &&
+                                          std::chrono::steady_clock::now() < deadline;
+         unread = unread_at(client))
+        std::this_thread::sleep_for(1ms);
+    return true;
 }
 
 }  // namespace kplc::testkit

@@ -56,6 +56,7 @@ public:
 
     // Every request frame received so far, in order (framed by its data_len).
     [[nodiscard]] std::vector<Bytes> requests() const;
+    void forget_requests();  // empties that log (long runs)
     // Connections accepted so far (TCP).
     [[nodiscard]] std::size_t connections() const;
     // Waits until at least `count` requests have arrived.

@@ -1,14 +1,12 @@
 // The simulator against requests it cannot serve: each is refused with a
-// header alone that carries the reason and echoes the sequence number, writes
-// nothing, and no mutation of a valid request gets anything but a well-formed
-// reply. On the network, a header that does not frame a request ends the
-// connection.
+// header alone that carries the reason and echoes the sequence number, and
+// writes nothing. On the network, a header that does not frame a request ends
+// the connection.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <random>
 #include <vector>
 
 #include "plc.hpp"
@@ -69,42 +67,6 @@ TEST(SimRobustness, RequestsItCannotServeAreRefusedWithAHeaderAlone) {
         EXPECT_NE(reply[11], 0) << c.what << ": a bit writer must see the failure in byte 11";
     }
     EXPECT_EQ(plc.peek(sim::kGlobal, "Count", 4), count) << "nothing was written by the refused writes";
-}
-
-// Whatever arrives, the reply is a well-formed frame that echoes the sequence.
-TEST(SimRobustness, AnyMutationOfAValidRequestGetsAWellFormedReply) {
-    sim::Plc plc(kTags);
-    const std::vector<Bytes> corpus = {
-        hex("00 00 00 06 FF FF FF F9 00 01 0C 25 00 00 00 00"),
-        hex("00 00 00 28 FF FF FF D7 00 02 0C 28 00 01 00 00 00 02 00 0D 00 4C 00 69 00 6E 00 65 00 73 00 5B 00 23"
-            " 00 32 00 5D 00 5B 00 23 00 35 00 5D 00 01 00 41"),
-        hex("00 00 00 18 FF FF FF E7 00 03 0C 28 00 01 01 01 00 03 00 00 00 00 00 01 00 04 00 53 00 74 00 65 00 70"),
-        hex("00 00 00 18 FF FF FF E7 00 04 1E 09 00 00 02 00 00 00 00 06 00 02 00 00 00 00 00 1E 00 03 00 00 00 10"),
-        hex("00 00 00 10 FF FF FF EF 00 05 1E 01 00 06 00 00 00 02 00 00 00 00 01 02 03 04"),
-        hex("00 00 00 0C FF FF FF F3 00 06 1E 03 00 01 1E 00 00 00 05 01 00 20"),
-        hex("00 00 00 06 FF FF FF F9 00 07 32 00 01 11 00 03"),
-    };
-    std::mt19937 rng(12345);
-    for (int i = 0; i < 10000; ++i) {
-        Bytes request = corpus[rng() % corpus.size()];
-        for (int k = 1 + static_cast<int>(rng() % 4); k > 0; --k) {
-            switch (rng() % 4) {
-                case 0: request[rng() % request.size()] = static_cast<uint8_t>(rng()); break;
-                case 1: request.resize(rng() % (request.size() + 1)); break;
-                case 2: request.push_back(static_cast<uint8_t>(rng())); break;
-                default:  // poison a count or length field with a large value
-                    if (request.size() > 14) request[12 + rng() % (request.size() - 12)] = 0xFF;
-            }
-            if (request.empty()) request.push_back(0);
-        }
-        const Bytes reply = plc.handle(request);
-        ASSERT_GE(reply.size(), 14u);
-        ASSERT_EQ(be(reply, 0, 4), reply.size() - 10);
-        ASSERT_EQ(be(reply, 4, 4), ~be(reply, 0, 4));
-        if (request.size() >= 10) {
-            ASSERT_EQ(be(reply, 8, 2), be(request, 8, 2));
-        }
-    }
 }
 
 TEST(SimRobustness, AHeaderThatDoesNotFrameClosesTheConnection) {

@@ -7,17 +7,19 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
+#include <cstring>
 #include <functional>
 #include <string>
 
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
+#include "testkit/workdir.hpp"
 
 namespace {
 
@@ -28,9 +30,6 @@ using kplc::testkit::hex;
 using kplc::testkit::to_hex;
 using namespace std::chrono_literals;
 
-std::size_t open_descriptors() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
 Bytes pattern(std::size_t n, uint8_t seed = 0) {
@@ -39,8 +38,8 @@ Bytes pattern(std::size_t n, uint8_t seed = 0) {
     return b;
 }
 Bytes part(const Bytes &b, std::size_t from, std::size_t n = std::string::npos) {
-    return Bytes(b.begin() + static_cast<std::ptrdiff_t>(from),
-                 n == std::string::npos ? b.end() : b.begin() + static_cast<std::ptrdiff_t>(from + n));
+    const auto first = b.begin() + static_cast<std::ptrdiff_t>(from);
+    return Bytes(first, n == std::string::npos ? b.end() : first + static_cast<std::ptrdiff_t>(n));
 }
 
 // A catalogue request frame with sequence number `seq`.
@@ -50,15 +49,22 @@ Bytes request(uint8_t seq) {
     return frame;
 }
 
+// Binds `fd` to an ephemeral loopback port; returns the address.
+sockaddr_in bound(int fd, socklen_t &len) {
+    sockaddr_in a{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(FakePlc::kLoopback)}, .sin_zero = {}};
+    len = sizeof a;
+    ::bind(fd, reinterpret_cast<sockaddr *>(&a), len);
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    return a;
+}
+
 // A loopback port that nothing listens on (connects are refused).
 uint16_t closed_port() {
     const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(FakePlc::kLoopback)}, .sin_zero = {}};
-    socklen_t len = sizeof a;
-    ::bind(fd, reinterpret_cast<sockaddr *>(&a), len);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    socklen_t len;
+    const uint16_t port = ntohs(bound(fd, len).sin_port);
     ::close(fd);
-    return ntohs(a.sin_port);
+    return port;
 }
 
 // A loopback listener whose accept queue is full: the kernel drops further
@@ -68,17 +74,15 @@ struct FullListener {
     uint16_t port = 0;
     bool ready = false;
     FullListener() {
-        sockaddr_in a{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(FakePlc::kLoopback)}, .sin_zero = {}};
-        socklen_t len = sizeof a;
-        ::bind(listener, reinterpret_cast<sockaddr *>(&a), len);
+        socklen_t len;
+        const sockaddr_in a = bound(listener, len);
         ::listen(listener, 0);
-        getsockname(listener, reinterpret_cast<sockaddr *>(&a), &len);
         port = ntohs(a.sin_port);
-        ::connect(filler, reinterpret_cast<sockaddr *>(&a), len);
+        ::connect(filler, reinterpret_cast<const sockaddr *>(&a), len);
         pollfd p{filler, POLLOUT, 0};
         if (::poll(&p, 1, 1000) != 1) return;
         const int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);  // does one more connect hang?
-        ::connect(probe, reinterpret_cast<sockaddr *>(&a), len);
+        ::connect(probe, reinterpret_cast<const sockaddr *>(&a), len);
         pollfd q{probe, POLLOUT, 0};
         ready = ::poll(&q, 1, 200) == 0;
         ::close(probe);
@@ -131,7 +135,7 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
     const Failure &f = GetParam();
     FullListener full;
     if (f.port == 1 && !full.ready) GTEST_SKIP() << "this system does not hold back connects to a full listener";
-    const std::size_t before = open_descriptors();
+    const std::size_t before = kplc::testkit::open_descriptors();
     {
         FakePlc plc;
         Link link(f.port == 0 ? plc.port() : f.port == 1 ? full.port : f.port);
@@ -150,7 +154,7 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
             EXPECT_EQ(link.settings.serial_handle, 77) << "a failed connect leaves the handle alone";
         }
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(kplc::testkit::open_descriptors(), before);
 }
 
 int connect_only(Link &l, FakePlc &) { return l.connect(); }
@@ -203,6 +207,26 @@ INSTANTIATE_TEST_SUITE_P(
                 },
                 0, "send error\n", true}),
     [](const auto &info) { return std::string(info.param.what); });
+
+// With interface 1 selected, the socket is bound to eth0's address before it connects.
+TEST(Connect, BindsToTheSelectedInterface) {
+    ifreq eth0{};
+    std::strncpy(eth0.ifr_name, "eth0", IFNAMSIZ - 1);
+    const int probe = ::socket(AF_INET, SOCK_DGRAM, 0);
+    const bool present = ::ioctl(probe, SIOCGIFADDR, &eth0) == 0;
+    ::close(probe);
+    if (!present) GTEST_SKIP() << "no eth0 with an IPv4 address here";
+    FakePlc plc;
+    Link link(plc.port());
+    link.tcp.stop_bits = 1;
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(link.connect(), 0);
+    (void)testing::internal::GetCapturedStdout();
+    sockaddr_in local{};
+    socklen_t len = sizeof local;
+    getsockname(link.settings.serial_handle, reinterpret_cast<sockaddr *>(&local), &len);
+    EXPECT_EQ(local.sin_addr.s_addr, reinterpret_cast<const sockaddr_in *>(&eth0.ifr_addr)->sin_addr.s_addr);
+}
 
 // ---------------------------------------------------------------- exchange input
 
