@@ -197,7 +197,8 @@ TEST(Soak, DISABLED_ManyCallsWithFaultsLeaveDescriptorsAndHeapAsTheyWere) {
         return rc;
     };
     // The fake's server thread opens /proc/self/fd for a moment now and then:
-    // the fewest of a few looks is what stays open.
+    // the fewest of a few looks is what stays open. A leak of the driver's
+    // would show as growth, which is what the run checks.
     const auto descriptors_open = [] {
         std::size_t fewest = SIZE_MAX;
         for (int i = 0; i < 5; ++i, ::usleep(10000)) fewest = std::min(fewest, kplc::testkit::open_descriptors());
@@ -219,7 +220,7 @@ TEST(Soak, DISABLED_ManyCallsWithFaultsLeaveDescriptorsAndHeapAsTheyWere) {
     (void)testing::internal::GetCapturedStdout();
     EXPECT_EQ(rc, static_cast<unsigned>(ER_OK));
     EXPECT_GT(ok, total / 2);
-    EXPECT_EQ(descriptors_open(), descriptors);
+    EXPECT_LE(descriptors_open(), descriptors) << "descriptors accumulated over the run";
     if (kplc::testkit::AllocCounter::available()) {
         // The fake's bookkeeping moves a few KiB; a leak of one byte per call would show 100 KiB.
         EXPECT_LE(mallinfo2().uordblks, heap + 16384) << "the heap in use grew over the run";
