@@ -64,6 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
         // String lengths: per element plus terminator; other types keep theirs.
         LineCase{"12,S,STRING,,20,,,-1\n", {12, "S", 208, 0, STRING, {}, 21, 1, 30, -1, ""}},
         LineCase{"13,W,WSTRING,,40,,,-1\n", {13, "W", 215, 0, STRING, {}, 42, 1, 30, -1, ""}},
+        LineCase{"11,T,STRING,[1..4],80,,,-1\n", {11, "T", 208, 0, STRING, {1, 4}, 21, 1, 30, -1, ""}},
         LineCase{"14,S,STRING2,[0..3],84,,,-1\n", {14, "S", 213, 0, ARRAY, {0, 3}, 84, 1, 30, -1, ""}},
         LineCase{"15,S,STRING,[0..-1],8,,,-1\n", {15, "S", 208, 0, STRING, {0, kMinus1}, 9, 1, 30, -1, ""}},
         LineCase{"16,S,STRING,[0..1],,x,,-1\n", {16, "S", 208, 0, STRING, {0, 1}, 0, 1, 30, -1, ""}},

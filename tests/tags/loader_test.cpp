@@ -83,6 +83,9 @@ TEST(TagFileName, ReadAndWriteSidesAgree) {
             EXPECT_EQ(read_side, dir.write_tag_file(ip, dev, ""));
         }
     }
+    char none[] = "left over";
+    kplc_get_csv_name1(nullptr, nullptr, none, 0);
+    EXPECT_STREQ(none, "") << "without TCP parameters the name is empty";
 }
 
 }  // namespace

@@ -189,6 +189,10 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
     Case{"member_already_clear", MotorRun, 0, 1, "00",
          {resolved(0, 2), ack(14, 1), resolved(0, 2), testkit::values(hex("00 F0")), ack()}, ER_OK,
          {"names: Motor.Run", "00 FF FB", "names: Motor.Run", kRead, "01 02 03 04 00 F0"}},
+    // A single bit takes the lowest bit of its value byte: 02 clears.
+    Case{"member_value_02_clears", MotorRun, 0, 1, "02",
+         {resolved(0, 2), ack(14, 1), resolved(0, 2), testkit::values(hex("00 F0")), ack()}, ER_OK,
+         {"names: Motor.Run", "00 FF FB", "names: Motor.Run", kRead, "01 02 03 04 00 F0"}},
     Case{"indexed_member_clear", CellFlag, 0, 1, "00", {resolved(0, 2), testkit::values(hex("00 04")), ack()}, ER_OK,
          {"names: Cell[#1].Flag", "00 01 1E 09 00 00 01 00 00 00 00 84 00 01 01 02 03 04", "01 02 03 04 00 00"}},
     Case{"indexed_member_bit_258", CellFlag, 0, 1, "01", {resolved(1, 2)}, ER_INVALID, {"names: Cell[#1].Flag"},
@@ -218,6 +222,9 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
 
 TEST_F(WriteTest, TypesWithoutAWriterSendNothingAndKeepTheLink) {
     Bytes value(8, 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(write(Speed, 0, 2, nullptr), static_cast<unsigned>(ER_INVALID)) << "no value bytes";
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("[PLC] write without value bytes"), std::string::npos);
     for (std::size_t k = 0; k < kTypesWithoutWriter.size(); ++k) {
         testing::internal::CaptureStdout();
         EXPECT_EQ(write(static_cast<uint16_t>(Sint + k), 0, 8, value.data()), KPLC_ER_NO_WRITER)
