@@ -108,6 +108,7 @@ struct FaultRow {
     int tries = 5;  // reads allowed until the healthy values are back
 };
 
+void PrintTo(const FaultRow &row, std::ostream *os) { *os << row.what; }  // not its padding bytes
 class FaultMatrix : public ::testing::TestWithParam<FaultRow> {};
 
 TEST_P(FaultMatrix, CallsFailAsDocumentedWriteNothingOutsideAndRecover) {
