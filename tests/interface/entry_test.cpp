@@ -71,16 +71,21 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     void *drv = kplc_create();
     kplc_init(drv, &port.prop);
     static kplc_tag_str table[1];
-    char name[] = "./driver/PLC00000000_0.csv";
+    char name[] = "./driver/PLC00000000_0.csv", other[] = "./driver/PLC00000000_1.csv";
     ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, name, table, 1), 1);
+    ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, other, table, 1), 1);
     ASSERT_EQ(kplc_add_tagtable(&st.g_plc_tags, name, table, 1), 1);
     // The registry never releases its entries; the test does, once they are unlinked.
-    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.g_kplc_tags, name), kplc_get_tagtable(&st.g_plc_tags, name)};
+    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.g_kplc_tags, name), kplc_get_tagtable(&st.g_kplc_tags, other),
+                               kplc_get_tagtable(&st.g_plc_tags, name)};
+    EXPECT_STREQ(entries[0]->name, name) << "each file name finds its own table";
+    EXPECT_STREQ(entries[1]->name, other);
     st.write_sid = 77;
     st.init = 1;
 
     kplc_init(drv, &port.prop);
     EXPECT_EQ(kplc_get_tagtable(&st.g_kplc_tags, name), nullptr);
+    EXPECT_EQ(kplc_get_tagtable(&st.g_kplc_tags, other), nullptr);
     EXPECT_EQ(kplc_get_tagtable(&st.g_plc_tags, name), nullptr);
     EXPECT_EQ(st.write_sid, 0);
     EXPECT_EQ(st.init, 0);

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <tuple>
 
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
@@ -226,6 +227,17 @@ TEST(Connect, BindsToTheSelectedInterface) {
     socklen_t len = sizeof local;
     getsockname(link.settings.serial_handle, reinterpret_cast<sockaddr *>(&local), &len);
     EXPECT_EQ(local.sin_addr.s_addr, reinterpret_cast<const sockaddr_in *>(&eth0.ifr_addr)->sin_addr.s_addr);
+}
+
+// A datagram link sends to the PLC's address, which it works out itself.
+TEST(Connect, DatagramTargetIsThePlcsAddress) {
+    PLC_TCP_INIT_PARAMETERS tcp{};
+    tcp.ipaddr = static_cast<int>(0x7F000002), tcp.port = 8500;
+    sockaddr_in to;
+    std::memset(&to, 0xAA, sizeof to);
+    ASSERT_EQ(get_server_ip(&tcp, &to), 0);
+    EXPECT_EQ(std::tuple(to.sin_family, ntohl(to.sin_addr.s_addr), ntohs(to.sin_port)),
+              std::tuple(sa_family_t{AF_INET}, 0x7F000002u, uint16_t{8500}));
 }
 
 // ---------------------------------------------------------------- exchange input
