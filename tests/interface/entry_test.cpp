@@ -1,9 +1,10 @@
 // Entry points of the driver: instance set-up from the runtime's port record,
-// driver information, the control command and the no-op entries.
+// the registries a new instance empties and the control command.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "support/instance.hpp"
 #include "state/process_state.hpp"
@@ -42,23 +43,16 @@ TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     EXPECT_EQ(kplc_init(rec, &port.prop), static_cast<unsigned>(ER_OK));
 
     const PLC_DRV_INIT_SETTINGS *view = kplc::settings_of(rec);
-    EXPECT_EQ(view->timeout2, 0u);
-    EXPECT_EQ(view->response_timeout, 7u);
-    EXPECT_EQ(view->timeout1, 250u);
-    EXPECT_EQ(rec->old_serial_settings.com_device, nullptr);
-    EXPECT_EQ(static_cast<uint32_t>(rec->old_serial_settings.ipaddr), 0xC0A8000Au);
-    EXPECT_EQ(rec->old_serial_settings.port, c.want_port);
-    EXPECT_EQ(static_cast<uint16_t>(rec->old_serial_settings.port), c.port);
-    EXPECT_EQ(rec->old_serial_settings.mode, c.want_mode);
-    EXPECT_EQ(rec->old_serial_settings.stop_bits, 0) << "a cleared record means no interface binding";
-    EXPECT_EQ(rec->ex_count, c.want_ex_count);
+    const auto &tcp = rec->old_serial_settings;
+    EXPECT_EQ(std::tuple(view->timeout2, view->response_timeout, view->timeout1), std::tuple(0u, 7u, 250u));
+    EXPECT_EQ(tcp.com_device, nullptr);
+    EXPECT_EQ(static_cast<uint32_t>(tcp.ipaddr), 0xC0A8000Au);
+    EXPECT_EQ(std::tuple(tcp.port, tcp.mode, rec->ex_count), std::tuple(c.want_port, c.want_mode, c.want_ex_count));
+    EXPECT_EQ(tcp.stop_bits, 0) << "a cleared record means no interface binding";
     EXPECT_EQ(reinterpret_cast<unsigned char *>(rec->ex_codesys), port.extra);
-
-    auto &st = kplc::state();
-    EXPECT_EQ(st.tcp_settings, &rec->old_serial_settings);
-    EXPECT_EQ(st.ex_codesys, rec->ex_codesys);
-    EXPECT_EQ(st.init, 0);
-    EXPECT_EQ(st.write_sid, 0);
+    const auto &st = kplc::state();
+    EXPECT_EQ(std::tuple(st.tcp_settings, st.ex_codesys, st.init, st.write_sid),
+              std::tuple(&tcp, rec->ex_codesys, 0, 0));
     std::free(rec);
 }
 
@@ -66,15 +60,10 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, InitFromPort,
     ::testing::Values(InitCase{"stream", 0, 0, 8500, 'U', 0, 8500},
                       InitCase{"datagram", 1, 49, 8500, 0, 0, 8500},
-                      InitCase{"any non-zero work mode", 7, 100, 502, 0, 2, 502},
-                      InitCase{"count kept to 8 bits", 0, 65535, 1, 'U', 30, 1},
-                      InitCase{"port above 32767", 0, 50, 40000, 'U', 1, static_cast<int16_t>(40000 - 65536)}),
-    [](const auto &info) {
-        std::string name = info.param.what;
-        for (char &ch : name)
-            if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-        return name;
-    });
+                      InitCase{"any_non_zero_work_mode", 7, 100, 502, 0, 2, 502},
+                      InitCase{"count_kept_to_8_bits", 0, 65535, 1, 'U', 30, 1},
+                      InitCase{"port_above_32767", 0, 50, 40000, 'U', 1, static_cast<int16_t>(40000 - 65536)}),
+    [](const auto &info) { return std::string(info.param.what); });
 
 TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     auto &st = kplc::state();
@@ -82,16 +71,21 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     void *drv = kplc_create();
     kplc_init(drv, &port.prop);
     static kplc_tag_str table[1];
-    char name[] = "./driver/PLC00000000_0.csv";
+    char name[] = "./driver/PLC00000000_0.csv", other[] = "./driver/PLC00000000_1.csv";
     ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, name, table, 1), 1);
+    ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, other, table, 1), 1);
     ASSERT_EQ(kplc_add_tagtable(&st.g_plc_tags, name, table, 1), 1);
     // The registry never releases its entries; the test does, once they are unlinked.
-    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.g_kplc_tags, name), kplc_get_tagtable(&st.g_plc_tags, name)};
+    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.g_kplc_tags, name), kplc_get_tagtable(&st.g_kplc_tags, other),
+                               kplc_get_tagtable(&st.g_plc_tags, name)};
+    EXPECT_STREQ(entries[0]->name, name) << "each file name finds its own table";
+    EXPECT_STREQ(entries[1]->name, other);
     st.write_sid = 77;
     st.init = 1;
 
     kplc_init(drv, &port.prop);
     EXPECT_EQ(kplc_get_tagtable(&st.g_kplc_tags, name), nullptr);
+    EXPECT_EQ(kplc_get_tagtable(&st.g_kplc_tags, other), nullptr);
     EXPECT_EQ(kplc_get_tagtable(&st.g_plc_tags, name), nullptr);
     EXPECT_EQ(st.write_sid, 0);
     EXPECT_EQ(st.init, 0);
@@ -102,23 +96,6 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     std::free(drv);
 }
 
-TEST(Create, HandsOutAClearedRecord) {
-    auto *rec = static_cast<unsigned char *>(kplc_create());
-    ASSERT_NE(rec, nullptr);
-    for (std::size_t i = 0; i < sizeof(PLC_DRV_INIT_SETTINGS_NEW); ++i) ASSERT_EQ(rec[i], 0) << "byte " << i;
-    std::free(rec);
-}
-
-TEST(DriverInfo, ReportsDriverAndFrameworkNumbers) {
-    PLC_DRV_INFO info{};
-    EXPECT_EQ(kplc_driver_info(nullptr, &info), static_cast<unsigned>(ER_OK));
-    EXPECT_EQ(info.driver_no, 714);
-    EXPECT_EQ(info.version, 10);
-    EXPECT_EQ(zel_plc_driver_info(&info), 0u);
-    EXPECT_EQ(info.driver_no, 722);
-    EXPECT_EQ(info.version, 1);
-}
-
 TEST(Ioctrl, MultiReadPropertiesAreEightBytesAndSilent) {
     unsigned char out[12];
     std::memset(out, 0xAA, sizeof out);
@@ -127,22 +104,6 @@ TEST(Ioctrl, MultiReadPropertiesAreEightBytesAndSilent) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     const unsigned char want[12] = {8, 0, 0, 0, 16, 0, 0, 0, 0xAA, 0xAA, 0xAA, 0xAA};
     EXPECT_EQ(std::memcmp(out, want, sizeof want), 0);
-}
-
-TEST(Ioctrl, OtherCommandsWriteNothingAndSaySo) {
-    unsigned char out[8];
-    std::memset(out, 0xAA, sizeof out);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(kplc_ioctrl(nullptr, nullptr, 7, nullptr, out), static_cast<unsigned>(ER_OK));
-    const std::string said = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(said.starts_with("[PLC]: at line ")) << said;
-    EXPECT_TRUE(said.ends_with(" Not currently supported \r\n")) << said;
-    for (unsigned char b : out) EXPECT_EQ(b, 0xAA);
-}
-
-TEST(NoOpEntries, ReturnZero) {
-    EXPECT_EQ(kplc_getmessagelength(nullptr, nullptr, nullptr, 3), 0u);
-    EXPECT_EQ(kplc_slave_main(nullptr, 1, nullptr, nullptr, 0, nullptr), 0u);
 }
 
 }  // namespace

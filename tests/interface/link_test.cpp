@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -34,9 +33,6 @@ std::vector<Program> loaded_catalogue() {
     return out;
 }
 
-std::size_t open_descriptors() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 
 // Runs the start-up against `plc` with standard output captured.
 unsigned start(Instance &drv, std::string &printed) {
@@ -44,20 +40,6 @@ unsigned start(Instance &drv, std::string &printed) {
     const unsigned rc = kplc::start_link(drv.settings());
     printed = testing::internal::GetCapturedStdout();
     return rc;
-}
-
-TEST(StartLink, SendsBothCatalogueRequestsAndLoadsTheCatalogue) {
-    FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first()).reply(kplc::testkit::catalogue({{3, u"Main"}, {7, u"Prog"}}));
-    Instance drv(FakePlc::kLoopback, plc.port());
-    std::string printed;
-    ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK));
-    EXPECT_EQ(kplc::state().init, 1);
-    const auto requests = plc.requests();
-    ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(to_hex(requests[0]), "00 00 00 06 FF FF FF F9 00 00 0C 2C 00 00 00 00");
-    EXPECT_EQ(to_hex(requests[1]), "00 00 00 06 FF FF FF F9 00 01 0C 25 00 00 00 00");
-    EXPECT_EQ(loaded_catalogue(), (std::vector<Program>{{3, "Main"}, {7, "Prog"}}));
 }
 
 std::string euro_times(std::size_t n) {
@@ -82,7 +64,12 @@ TEST_P(CatalogueParsing, KeepsWhatThePlcSent) {
     kplc::state().localNum = 99;
     std::string printed;
     ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK)) << printed;
+    EXPECT_EQ(kplc::state().init, 1);
     EXPECT_EQ(loaded_catalogue(), c.expected);
+    const auto requests = plc.requests();  // the two catalogue requests
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(to_hex(requests[0]), "00 00 00 06 FF FF FF F9 00 00 0C 2C 00 00 00 00");
+    EXPECT_EQ(to_hex(requests[1]), "00 00 00 06 FF FF FF F9 00 01 0C 25 00 00 00 00");
 }
 
 // The bytes the parser skips are filled with AA/BB/CC here to show that they
@@ -104,6 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
     Responses, CatalogueParsing,
     ::testing::Values(
         CatalogueCase{"empty_in_15_bytes", with_header("00"), {}},
+        CatalogueCase{"as_built", kplc::testkit::catalogue({{3, u"Main"}, {7, u"Prog"}}), {{3, "Main"}, {7, "Prog"}}},
         // L = 10: id at 19, name at 20..27; the next entry at 29: id at 33, name at 34..37.
         CatalogueCase{"two_entries_at_their_offsets",
                       with_header("02 AA AA 0A BB 05 00 4D 00 61 00 69 00 6E CC AA AA 06 BB 09 00 49 00 4F CC"),
@@ -120,23 +108,6 @@ INSTANTIATE_TEST_SUITE_P(
         CatalogueCase{"name_longer_than_the_field", long_name_catalogue(), {{1, euro_times(85)}}}),
     [](const auto &info) { return std::string(info.param.what); });
 
-TEST(StartLink, ANewCatalogueOverwritesFromTheStart) {
-    FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first())
-        .reply(kplc::testkit::catalogue({{1, u"A1"}, {2, u"B2"}, {3, u"C3"}, {4, u"D4"}, {5, u"E5"}}))
-        .reply(kplc::testkit::catalogue_first())
-        .reply(kplc::testkit::catalogue({{8, u"X"}, {9, u"Y"}}));
-    Instance drv(FakePlc::kLoopback, plc.port());
-    std::string printed;
-    ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK));
-    ::close(drv.settings()->serial_handle);
-    ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK));
-    EXPECT_EQ(loaded_catalogue(), (std::vector<Program>{{8, "X"}, {9, "Y"}}));
-    const auto &st = kplc::state();
-    EXPECT_STREQ(st.LocalInfo[2].name, "C3");
-    EXPECT_STREQ(st.LocalInfo[4].name, "E5");
-}
-
 enum class Fault { ShortCatalogue, EmptyFirstAnswer, NoAnswer, Refused };
 struct FailureCase {
     const char *what;
@@ -150,7 +121,7 @@ class FailedStart : public ::testing::TestWithParam<FailureCase> {};
 // catalogue as it was, and no socket open, however often it is repeated.
 TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
     const FailureCase &c = GetParam();
-    const std::size_t before = open_descriptors();
+    const std::size_t before = kplc::testkit::open_descriptors();
     {
         FakePlc plc;
         const uint16_t port = plc.port();
@@ -171,7 +142,7 @@ TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
         }
         kplc::state().localNum = 0;
     }
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(kplc::testkit::open_descriptors(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -186,17 +157,5 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"connect_refused", Fault::Refused,
                     "no matching relative net\r\nconnect to 127.0.0.1 failed\r\nzel_plc_read init fail\r\n"}),
     [](const auto &info) { return std::string(info.param.what); });
-
-TEST(CatalogueRequest, ShortAnswerIsInvalid) {
-    FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first()).reply(Bytes(14, 0));
-    Instance drv(FakePlc::kLoopback, plc.port());
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(XPLC_init(drv.settings()), 0);
-    (void)testing::internal::GetCapturedStdout();
-    EXPECT_EQ(xplc_getlocalMSG(drv.settings()), ER_INVALID);
-    // Without start-up the socket stays open for the caller.
-    EXPECT_EQ(::close(drv.settings()->serial_handle), 0);
-}
 
 }  // namespace

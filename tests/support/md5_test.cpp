@@ -35,20 +35,17 @@ TEST_P(FileDigest, MatchesTheReferenceDigest) {
     EXPECT_EQ(sum[33], 'X');
 }
 
-// RFC 1321 test suite digests, and digests of pattern files measured with md5sum.
+// RFC 1321 test suite digests (55, 56 and 64 bytes sit at the padding and
+// block boundaries), and a file of many blocks measured with md5sum.
 INSTANTIATE_TEST_SUITE_P(
     Vectors, FileDigest,
-    ::testing::Values(
-        DigestCase{"empty", "", "d41d8cd98f00b204e9800998ecf8427e"},
-        DigestCase{"abc", "abc", "900150983cd24fb0d6963f7d28e17f72"},
-        DigestCase{"length_in_a_block_of_its_own_56", "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
-                   "8215ef0796a20bcaaae116d3876c664a"},
-        DigestCase{"rfc_80_bytes", "1234567890123456789012345678901234567890"
-                                   "1234567890123456789012345678901234567890",
-                   "57edf4a22be3c955ac49da2e2107b67a"},
-        DigestCase{"last_that_fits_55", pattern(55), "52c0e574e1198de5fe3f8f11440dcb1b"},
-        DigestCase{"one_block_64", pattern(64), "7160b8fb5e9e4023d549c3971fbaeead"},
-        DigestCase{"many_blocks_1000", pattern(1000), "10046f077f2082ac19676b8079f1cb1a"}),
+    ::testing::Values(DigestCase{"empty", "", "d41d8cd98f00b204e9800998ecf8427e"},
+                      DigestCase{"length_in_a_block_of_its_own_56",
+                                 "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+                                 "8215ef0796a20bcaaae116d3876c664a"},
+                      DigestCase{"last_that_fits_55", pattern(55), "52c0e574e1198de5fe3f8f11440dcb1b"},
+                      DigestCase{"one_block_64", pattern(64), "7160b8fb5e9e4023d549c3971fbaeead"},
+                      DigestCase{"many_blocks_1000", pattern(1000), "10046f077f2082ac19676b8079f1cb1a"}),
     [](const auto &info) { return std::string(info.param.what); });
 
 TEST(CalcFileMD5, QuotedNameLosesItsQuotesAndStaysUntouched) {
@@ -78,12 +75,6 @@ TEST(CalcFileMD5, RefusalsPrintWhyAndLeaveTheSumAlone) {
         EXPECT_EQ(testing::internal::GetCapturedStdout(), c.want) << c.name.substr(0, 20);
         EXPECT_STREQ(sum, "untouched");
     }
-}
-
-TEST(CalcFileMD5DeathTest, ExitEndsTheProcessWithStatusZero) {
-    char plain[] = "exit", quoted[] = "\"exit\"", sum[33];
-    EXPECT_EXIT(CalcFileMD5(plain, sum), ::testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(CalcFileMD5(quoted, sum), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -57,6 +57,8 @@ TEST(Utf8ToUnicodeChar, ReturnsTheLengthOrRefusesWithoutStoring) {
     EXPECT_EQ(utf8ToUnicodeChar(full, &value), 6);
     EXPECT_EQ(value, 0x7FFFFFFF);
     EXPECT_EQ(utf8ToUnicodeChar(cut, &value) + utf8ToUnicodeChar(nullptr, &value), 0);
+    unsigned short unit = U;
+    EXPECT_EQ(utf8ToUnicode(nullptr, &unit, 1) + utf8ToUnicode(full, nullptr, 1), 0);
     EXPECT_EQ(value, 0x7FFFFFFF);
 }
 

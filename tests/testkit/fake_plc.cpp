@@ -1,51 +1,39 @@
-// The scripted fake PLC: one server thread per instance, serving TCP
-// connections (or UDP datagrams) on 127.0.0.1 and answering each request with
-// the next script step.
+// The scripted fake PLC: the simulator's server with a responder hook that
+// plays a script, a tap that counts what went out, and a gate that holds a
+// second segment back until the driver has read the first.
 #include "testkit/fake_plc.hpp"
 
-#include <arpa/inet.h>
 #include <dirent.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/ioctl.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <thread>
 
+#include "plc.hpp"
+#include "server.hpp"
+
 namespace kplc::testkit {
 
 // ---------------------------------------------------------------- hex helpers
 
 Bytes hex(std::string_view text) {
-    Bytes out;
-    int high = -1;
-    for (char ch : text) {
-        if (ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r') continue;
-        int v;
-        if (ch >= '0' && ch <= '9') v = ch - '0';
-        else if (ch >= 'a' && ch <= 'f') v = ch - 'a' + 10;
-        else if (ch >= 'A' && ch <= 'F') v = ch - 'A' + 10;
-        else throw std::invalid_argument("hex: not a hex digit in \"" + std::string(text) + "\"");
-        if (high < 0) {
-            high = v;
-        } else {
-            out.push_back(static_cast<uint8_t>(high << 4 | v));
-            high = -1;
-        }
-    }
-    if (high >= 0) throw std::invalid_argument("hex: odd number of digits in \"" + std::string(text) + "\"");
+    std::string digits;
+    for (char ch : text)
+        if (ch != ' ' && ch != '\t' && ch != '\n' && ch != '\r') digits.push_back(ch);
+    if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+        throw std::invalid_argument("hex: not pairs of hex digits in \"" + std::string(text) + "\"");
+    Bytes out(digits.size() / 2);
+    for (std::size_t i = 0; i < out.size(); ++i)
+        out[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
     return out;
 }
 
@@ -153,322 +141,150 @@ Bytes ack(std::size_t size, uint8_t status) {
 
 namespace {
 
-// One script step. A plain record rather than a variant: GCC 12 at -O2 with
-// the sanitizers reports variant members as maybe-uninitialized.
-struct Step {
-    enum class Kind { Reply, Silence, Close, Split, Stale } kind = Kind::Silence;
-    Bytes bytes;                         // Reply, Split, Stale: the answer
-    std::size_t first = 0;               // Split: bytes in the first segment
-    std::chrono::milliseconds pause{0};  // Split: pause before the second
-    Bytes stale;                         // Stale: sent unasked after the answer
-};
-
-Step make_step(Step::Kind kind, Bytes bytes = {}, std::size_t first = 0, std::chrono::milliseconds pause = 0ms,
-               Bytes stale = {}) {
-    Step step;
-    step.kind = kind;
-    step.bytes = std::move(bytes);
-    step.first = first;
-    step.pause = pause;
-    step.stale = std::move(stale);
-    return step;
-}
-
-// How long the server waits for the driver to take a segment off its socket
-// before it sends the next one anyway (the driver may have given up).
+// How long the gate waits for the driver to take a segment off its socket
+// before the next one goes out anyway (the driver may have given up).
 constexpr auto kConsumeLimit = 2000ms;
-// A data_len this large is not a frame: the buffered bytes are taken as one request.
-constexpr std::size_t kMaxFrame = 1u << 20;
 
-struct Connection {
-    int fd;
-    sockaddr_in peer;
-    Bytes pending;
-};
-
-// Finds this process's socket whose local address is `addr` (the driver's end
-// of a connection) and returns how many bytes wait unread in it, or nullopt
-// when there is no such socket any more. The fake runs inside the test process,
-// so it can see whether the driver has read a segment before it sends the next:
-// that keeps split replies and stale input from merging into one read.
-std::optional<int> unread_at(const sockaddr_in &addr) {
+// This process's stream socket whose local address is `local` (and, when
+// given, whose peer is `peer`), or -1. The fake runs inside the test process,
+// so it can reach the driver's end of a connection as well as its own.
+int stream_socket_at(const sockaddr_in &local, const sockaddr_in *peer = nullptr) {
     DIR *dir = opendir("/proc/self/fd");
-    if (dir == nullptr) return std::nullopt;
-    std::optional<int> result;
+    if (dir == nullptr) return -1;
+    int found = -1;
+    const auto same = [](const sockaddr_in &a, const sockaddr_in &b) {
+        return a.sin_family == AF_INET && a.sin_port == b.sin_port && a.sin_addr.s_addr == b.sin_addr.s_addr;
+    };
     while (dirent *entry = readdir(dir)) {
         const int fd = std::atoi(entry->d_name);
-        if (fd <= 2 || fd == dirfd(dir)) continue;
-        sockaddr_in local{};
-        socklen_t len = sizeof local;
-        if (getsockname(fd, reinterpret_cast<sockaddr *>(&local), &len) != 0 || local.sin_family != AF_INET) continue;
+        sockaddr_in mine{}, theirs{};
+        socklen_t len = sizeof mine, plen = sizeof theirs;
         int type = 0;
         socklen_t tlen = sizeof type;
-        if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &tlen) != 0 || type != SOCK_STREAM) continue;
-        if (local.sin_port != addr.sin_port || local.sin_addr.s_addr != addr.sin_addr.s_addr) continue;
-        int unread = 0;
-        if (ioctl(fd, FIONREAD, &unread) == 0) {
-            result = unread;
+        if (fd > 2 && fd != dirfd(dir) && getsockname(fd, reinterpret_cast<sockaddr *>(&mine), &len) == 0 &&
+            same(mine, local) && getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &tlen) == 0 && type == SOCK_STREAM &&
+            (peer == nullptr ||
+             (getpeername(fd, reinterpret_cast<sockaddr *>(&theirs), &plen) == 0 && same(theirs, *peer)))) {
+            found = fd;
             break;
         }
     }
     closedir(dir);
-    return result;
+    return found;
+}
+
+// Bytes waiting unread at the driver's end of a connection (its local address
+// is `client`), or nullopt when it is gone: the gate sends the next segment
+// only once the driver has read what came before, so the two never merge.
+std::optional<int> unread_at(const sockaddr_in &client) {
+    const int fd = stream_socket_at(client);
+    int unread = 0;
+    if (fd < 0 || ioctl(fd, FIONREAD, &unread) != 0) return std::nullopt;
+    return unread;
+}
+
+sim::Answer make(sim::Answer::Kind kind, Bytes bytes = {}, std::size_t split_at = 0, unsigned pause_ms = 0,
+                 Bytes stale = {}) {
+    sim::Answer a;
+    a.kind = kind, a.bytes = std::move(bytes), a.split_at = split_at, a.pause_ms = pause_ms;
+    a.stale = std::move(stale);
+    return a;
+}
+
+// Segments the server sends for an answer (what the tap will see go out).
+std::size_t segments(const sim::Answer &a) {
+    if (a.kind != sim::Answer::Kind::Reply || a.bytes.empty()) return 0;
+    return (a.split_at > 0 && a.split_at < a.bytes.size() ? 2 : 1) + (a.stale.empty() ? 0 : 1);
 }
 
 }  // namespace
 
 struct FakePlc::Impl {
-    Transport transport;
-    int listen_fd = -1;  // TCP listener, or the UDP socket
-    int wake_fd = -1;    // eventfd: tells the thread to stop
-    uint16_t bound_port = 0;
-    std::thread thread;
-
+    sim::Plc plc;
+    bool plc_answers;  // a tag file was given: the Plc takes over after the script
+    std::optional<sim::Server> server;
     mutable std::mutex mu;
     mutable std::condition_variable cv;
-    std::deque<Step> script;
-    std::function<Bytes(std::span<const uint8_t>)> fallback;
+    std::deque<sim::Answer> script;
     std::vector<Bytes> received;
-    std::size_t accepted = 0;
-    std::size_t answered = 0;  // requests whose step has been carried out completely
+    std::size_t expected_segments = 0, sent_segments = 0;
+    // Segments of the current answer sent so far, and the size of the last
+    // one that trailed an answer's first (stale bytes, the rest of a split).
+    std::size_t answer_sent = 0, trailing_size = 0;
+    sockaddr_in trailing_client{};
 
-    std::vector<Connection> conns;  // server thread only
-
-    explicit Impl(Transport t) : transport(t) {
-        const int type = t == Transport::Tcp ? SOCK_STREAM : SOCK_DGRAM;
-        listen_fd = ::socket(AF_INET, type | SOCK_CLOEXEC, 0);
-        if (listen_fd < 0) throw std::runtime_error("fake PLC: socket failed");
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(kLoopback);
-        addr.sin_port = 0;
-        if (::bind(listen_fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
-            (t == Transport::Tcp && ::listen(listen_fd, 16) != 0)) {
-            ::close(listen_fd);
-            throw std::runtime_error("fake PLC: bind/listen failed");
-        }
-        socklen_t len = sizeof addr;
-        getsockname(listen_fd, reinterpret_cast<sockaddr *>(&addr), &len);
-        bound_port = ntohs(addr.sin_port);
-        wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        if (wake_fd < 0) {
-            ::close(listen_fd);
-            throw std::runtime_error("fake PLC: eventfd failed");
-        }
-        thread = std::thread([this] { run(); });
+    Impl(Transport transport, std::string_view tags) : plc(tags), plc_answers(!tags.empty()) {
+        sim::ServerHooks hooks;
+        hooks.respond = [this](std::span<const uint8_t> request) -> std::optional<sim::Answer> {
+            std::lock_guard lock(mu);
+            received.emplace_back(request.begin(), request.end());
+            cv.notify_all();
+            std::optional<sim::Answer> step;
+            if (!script.empty()) {
+                step = std::move(script.front());
+                script.pop_front();
+                // A reply step without bytes stands for the simulated PLC's own answer.
+                if (plc_answers && step->kind == sim::Answer::Kind::Reply && step->bytes.empty())
+                    step->bytes = plc.handle(request);
+            } else if (!plc_answers) {
+                step = make(sim::Answer::Kind::Silence);
+            }
+            expected_segments += step ? segments(*step) : 1;
+            answer_sent = trailing_size = 0;
+            return step;
+        };
+        hooks.tap = [this](const sim::Event &e) {
+            // Every segment goes out at once: without this a small segment
+            // right after a reply (stale bytes, the rest of a split one) waits
+            // for the driver's delayed acknowledgement, some 40 ms, and could
+            // arrive after the driver's next drain although it counts as sent.
+            if (e.kind == sim::Event::Kind::Open && !e.udp) {
+                const int one = 1, fd = stream_socket_at(e.local, &e.client);
+                if (fd >= 0) setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+            }
+            if (e.kind != sim::Event::Kind::Reply) return;
+            std::lock_guard lock(mu);
+            ++sent_segments;
+            if (answer_sent++ > 0) trailing_size = e.bytes.size(), trailing_client = e.client;
+            cv.notify_all();
+        };
+        hooks.before_next_segment = [](const sockaddr_in &client) {
+            const auto deadline = std::chrono::steady_clock::now() + kConsumeLimit;
+            for (auto unread = unread_at(client); unread && *unread > 0 && std::chrono::steady_clock::now() < deadline;
+                 unread = unread_at(client))
+                std::this_thread::sleep_for(1ms);
+        };
+        server.emplace(plc, sim::ServerOptions{.udp = transport == Transport::Udp}, std::move(hooks));
+        server->start();
     }
 
-    ~Impl() {
-        const uint64_t one = 1;
-        (void)!::write(wake_fd, &one, sizeof one);
-        thread.join();
-        for (auto &c : conns) ::close(c.fd);
-        ::close(listen_fd);
-        ::close(wake_fd);
-    }
-
-    bool stopping() const {
-        pollfd p{wake_fd, POLLIN, 0};
-        return ::poll(&p, 1, 0) > 0;
-    }
-
-    // Sleeps up to `d`; false when the fake is being shut down.
-    bool pause_for(std::chrono::milliseconds d) const {
-        pollfd p{wake_fd, POLLIN, 0};
-        return ::poll(&p, 1, static_cast<int>(d.count())) == 0;
-    }
-
-    // Waits until the driver's end of `c` has no unread bytes (or is gone).
-    void wait_consumed(const Connection &c) const {
-        const auto deadline = std::chrono::steady_clock::now() + kConsumeLimit;
-        while (std::chrono::steady_clock::now() < deadline) {
-            const auto unread = unread_at(c.peer);
-            if (!unread || *unread == 0) return;
-            if (!pause_for(1ms)) return;
-        }
-    }
-
-    void send_all(int fd, std::span<const uint8_t> data, const sockaddr_in *to) const {
-        if (transport == Transport::Udp) {
-            ::sendto(fd, data.data(), data.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr *>(to), sizeof *to);
-            return;
-        }
-        std::size_t off = 0;
-        while (off < data.size()) {
-            const ssize_t n = ::send(fd, data.data() + off, data.size() - off, MSG_NOSIGNAL);
-            if (n <= 0) return;  // the driver has gone; nothing to report
-            off += static_cast<std::size_t>(n);
-        }
-    }
-
-    // Takes the next step for a request just received (recording the request).
-    Step next_step(Bytes request) {
-        std::unique_lock lock(mu);
-        Step step;
-        if (!script.empty()) {
-            step = std::move(script.front());
-            script.pop_front();
-        } else if (fallback) {
-            auto handler = fallback;
-            lock.unlock();
-            Bytes answer = handler(request);
-            lock.lock();
-            if (!answer.empty()) step = make_step(Step::Kind::Reply, std::move(answer));
-        }
-        received.push_back(std::move(request));
-        cv.notify_all();
-        return step;
-    }
-
-    // Answers one request. Returns false when the connection is to be closed.
-    bool answer(Connection *c, int fd, const sockaddr_in *to, Bytes request) {
-        const bool keep = carry_out(c, fd, to, next_step(std::move(request)));
+    FakePlc &push(FakePlc &self, sim::Answer a) {
         std::lock_guard lock(mu);
-        ++answered;
-        cv.notify_all();
-        return keep;
-    }
-
-    bool carry_out(Connection *c, int fd, const sockaddr_in *to, const Step &step) {
-        switch (step.kind) {
-            case Step::Kind::Silence:
-                break;
-            case Step::Kind::Reply:
-                send_all(fd, step.bytes, to);
-                break;
-            case Step::Kind::Close:
-                return transport == Transport::Udp;  // a datagram socket has nothing to close
-            case Step::Kind::Split: {
-                const std::size_t first = std::min(step.first, step.bytes.size());
-                send_all(fd, std::span<const uint8_t>(step.bytes).first(first), to);
-                if (!pause_for(step.pause)) return true;
-                if (c != nullptr) wait_consumed(*c);
-                send_all(fd, std::span<const uint8_t>(step.bytes).subspan(first), to);
-                break;
-            }
-            case Step::Kind::Stale:
-                send_all(fd, step.bytes, to);
-                if (c != nullptr) wait_consumed(*c);
-                send_all(fd, step.stale, to);
-                break;
-        }
-        return true;
-    }
-
-    // Cuts complete frames (10 + data_len bytes) off the connection's buffer.
-    bool serve_pending(Connection &c) {
-        while (c.pending.size() >= 4) {
-            const uint32_t data_len = static_cast<uint32_t>(c.pending[0]) << 24 |
-                                      static_cast<uint32_t>(c.pending[1]) << 16 |
-                                      static_cast<uint32_t>(c.pending[2]) << 8 | c.pending[3];
-            std::size_t total = 10 + static_cast<std::size_t>(data_len);
-            if (total > kMaxFrame) total = c.pending.size();
-            if (c.pending.size() < total) break;
-            Bytes request(c.pending.begin(), c.pending.begin() + static_cast<std::ptrdiff_t>(total));
-            c.pending.erase(c.pending.begin(), c.pending.begin() + static_cast<std::ptrdiff_t>(total));
-            if (!answer(&c, c.fd, nullptr, std::move(request))) return false;
-        }
-        return true;
-    }
-
-    void run() {
-        std::vector<pollfd> fds;
-        uint8_t buf[65536];
-        while (true) {
-            fds.clear();
-            fds.push_back({wake_fd, POLLIN, 0});
-            fds.push_back({listen_fd, POLLIN, 0});
-            for (const auto &c : conns) fds.push_back({c.fd, POLLIN, 0});
-            if (::poll(fds.data(), fds.size(), -1) < 0) {
-                if (errno == EINTR) continue;
-                return;
-            }
-            if (fds[0].revents != 0) return;
-
-            if (fds[1].revents & POLLIN) {
-                if (transport == Transport::Tcp) {
-                    sockaddr_in peer{};
-                    socklen_t len = sizeof peer;
-                    const int fd = ::accept4(listen_fd, reinterpret_cast<sockaddr *>(&peer), &len, SOCK_CLOEXEC);
-                    if (fd >= 0) {
-                        conns.push_back({fd, peer, {}});
-                        std::lock_guard lock(mu);
-                        ++accepted;
-                    }
-                } else {
-                    sockaddr_in peer{};
-                    socklen_t len = sizeof peer;
-                    const ssize_t n =
-                        ::recvfrom(listen_fd, buf, sizeof buf, 0, reinterpret_cast<sockaddr *>(&peer), &len);
-                    if (n >= 0) answer(nullptr, listen_fd, &peer, Bytes(buf, buf + n));
-                }
-            }
-
-            // Connections are served in poll order; closed ones are dropped afterwards.
-            std::vector<int> closing;
-            for (std::size_t i = 2; i < fds.size(); ++i) {
-                if (fds[i].revents == 0) continue;
-                auto it = std::find_if(conns.begin(), conns.end(), [&](const Connection &c) { return c.fd == fds[i].fd; });
-                if (it == conns.end()) continue;
-                const ssize_t n = ::recv(it->fd, buf, sizeof buf, 0);
-                if (n <= 0) {
-                    closing.push_back(it->fd);
-                    continue;
-                }
-                it->pending.insert(it->pending.end(), buf, buf + n);
-                if (!serve_pending(*it)) closing.push_back(it->fd);
-                if (stopping()) return;
-            }
-            for (int fd : closing) {
-                auto it = std::find_if(conns.begin(), conns.end(), [&](const Connection &c) { return c.fd == fd; });
-                if (it != conns.end()) {
-                    ::close(it->fd);
-                    conns.erase(it);
-                }
-            }
-        }
+        script.push_back(std::move(a));
+        return self;
     }
 };
 
-FakePlc::FakePlc(Transport transport) : impl_(std::make_unique<Impl>(transport)) {}
-FakePlc::~FakePlc() = default;
+FakePlc::FakePlc(Transport transport, std::string_view tags) : impl_(std::make_unique<Impl>(transport, tags)) {}
+FakePlc::~FakePlc() { impl_->server->stop(); }
 
-uint16_t FakePlc::port() const { return impl_->bound_port; }
+uint16_t FakePlc::port() const { return impl_->server->port(); }
 
-FakePlc &FakePlc::reply(Bytes bytes) {
-    std::lock_guard lock(impl_->mu);
-    impl_->script.push_back(make_step(Step::Kind::Reply, std::move(bytes)));
-    return *this;
-}
-
-FakePlc &FakePlc::silence() {
-    std::lock_guard lock(impl_->mu);
-    impl_->script.push_back(make_step(Step::Kind::Silence));
-    return *this;
-}
-
-FakePlc &FakePlc::close() {
-    std::lock_guard lock(impl_->mu);
-    impl_->script.push_back(make_step(Step::Kind::Close));
-    return *this;
-}
-
+using Kind = sim::Answer::Kind;
+FakePlc &FakePlc::reply(Bytes bytes) { return impl_->push(*this, make(Kind::Reply, std::move(bytes))); }
+FakePlc &FakePlc::silence() { return impl_->push(*this, make(Kind::Silence)); }
+FakePlc &FakePlc::close() { return impl_->push(*this, make(Kind::Close)); }
 FakePlc &FakePlc::split(Bytes bytes, std::size_t first, std::chrono::milliseconds pause) {
-    std::lock_guard lock(impl_->mu);
-    impl_->script.push_back(make_step(Step::Kind::Split, std::move(bytes), first, pause));
-    return *this;
+    return impl_->push(*this, make(Kind::Reply, std::move(bytes), first, static_cast<unsigned>(pause.count())));
 }
-
 FakePlc &FakePlc::with_stale(Bytes bytes, Bytes stale) {
-    std::lock_guard lock(impl_->mu);
-    impl_->script.push_back(make_step(Step::Kind::Stale, std::move(bytes), 0, 0ms, std::move(stale)));
-    return *this;
+    return impl_->push(*this, make(Kind::Reply, std::move(bytes), 0, 0, std::move(stale)));
 }
 
-FakePlc &FakePlc::otherwise(std::function<Bytes(std::span<const uint8_t>)> handler) {
+void FakePlc::forget_requests() {
     std::lock_guard lock(impl_->mu);
-    impl_->fallback = std::move(handler);
-    return *this;
+    impl_->received.clear();
+    impl_->received.shrink_to_fit();
 }
 
 std::vector<Bytes> FakePlc::requests() const {
@@ -476,10 +292,7 @@ std::vector<Bytes> FakePlc::requests() const {
     return impl_->received;
 }
 
-std::size_t FakePlc::connections() const {
-    std::lock_guard lock(impl_->mu);
-    return impl_->accepted;
-}
+std::size_t FakePlc::connections() const { return impl_->server->connections(); }
 
 bool FakePlc::wait_for_requests(std::size_t count, std::chrono::milliseconds timeout) const {
     std::unique_lock lock(impl_->mu);
@@ -488,12 +301,20 @@ bool FakePlc::wait_for_requests(std::size_t count, std::chrono::milliseconds tim
 
 bool FakePlc::wait_idle(std::chrono::milliseconds timeout) const {
     std::unique_lock lock(impl_->mu);
-    return impl_->cv.wait_for(lock, timeout, [&] { return impl_->answered == impl_->received.size(); });
-}
-
-std::size_t FakePlc::pending_steps() const {
-    std::lock_guard lock(impl_->mu);
-    return impl_->script.size();
+    if (!impl_->cv.wait_for(lock, timeout, [&] { return impl_->sent_segments >= impl_->expected_segments; }))
+        return false;
+    // Counted is not yet arrived: the tap sees a segment just before it is
+    // sent. Bytes that trailed the last answer must be queued at the driver's
+    // end (which reads nothing meanwhile: the driver runs on the caller's thread).
+    const std::size_t size = impl_->trailing_size;
+    const sockaddr_in client = impl_->trailing_client;
+    lock.unlock();
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (auto unread = unread_at(client); size > 0 && unread && static_cast<std::size_t>(*unread) < size &&
+                                          std::chrono::steady_clock::now() < deadline;
+         unread = unread_at(client))
+        std::this_thread::sleep_for(1ms);
+    return true;
 }
 
 }  // namespace kplc::testkit

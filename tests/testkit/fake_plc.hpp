@@ -1,7 +1,7 @@
-// A scripted fake PLC for byte-exact tests: a TCP (or UDP) server on
-// 127.0.0.1, ephemeral port, running on its own thread inside the test
-// process. It records every request frame and answers each one with the next
-// step of its script.
+// A scripted fake PLC for byte-exact tests: the simulator's server on
+// 127.0.0.1 (ephemeral port, TCP or UDP) on a thread of the test process,
+// whose responder hook answers each request with the next step of a script
+// and records every request frame.
 //
 //   FakePlc plc;
 //   plc.reply(catalogue_first()).reply(catalogue({{0, u"Main"}}))
@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -38,30 +37,30 @@ public:
     enum class Transport { Tcp, Udp };
     static constexpr uint32_t kLoopback = 0x7F000001;  // 127.0.0.1
 
-    explicit FakePlc(Transport transport = Transport::Tcp);
+    // With `tags`, the simulated PLC serving that tag file answers every
+    // request once the script is used up; without, nothing does.
+    explicit FakePlc(Transport transport = Transport::Tcp, std::string_view tags = {});
     ~FakePlc();
     FakePlc(const FakePlc &) = delete;
     FakePlc &operator=(const FakePlc &) = delete;
 
     [[nodiscard]] uint16_t port() const;
 
-    // Script steps, each consumed by one received request, in order.
+    // Script steps, each consumed by one received request, in order. With a
+    // tag file, empty `bytes` stand for the simulated PLC's own answer.
     FakePlc &reply(Bytes bytes);                      // answer with these bytes
     FakePlc &silence();                               // answer nothing (forces a time-out)
     FakePlc &close();                                 // close the connection instead of answering
     FakePlc &split(Bytes bytes, std::size_t first, std::chrono::milliseconds pause);  // two segments
     FakePlc &with_stale(Bytes bytes, Bytes stale);    // answer, then send `stale` unasked
-    // Answer for every request once the script is used up (default: silence).
-    FakePlc &otherwise(std::function<Bytes(std::span<const uint8_t> request)> handler);
 
     // Every request frame received so far, in order (framed by its data_len).
     [[nodiscard]] std::vector<Bytes> requests() const;
+    void forget_requests();  // empties that log (long runs)
     // Connections accepted so far (TCP).
     [[nodiscard]] std::size_t connections() const;
     // Waits until at least `count` requests have arrived.
     bool wait_for_requests(std::size_t count, std::chrono::milliseconds timeout = 2000ms) const;
-    // Script steps not consumed yet.
-    [[nodiscard]] std::size_t pending_steps() const;
     // Waits until every request received so far has been answered completely,
     // the second segment of a split() and the stale bytes of a with_stale()
     // included. The fake sends those only once the driver has read what came

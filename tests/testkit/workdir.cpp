@@ -52,7 +52,7 @@ Instance::Instance(uint32_t ip, uint16_t port_no, uint16_t timeout_s, bool datag
 Instance::~Instance() {
     // A link that is up holds an open socket; close it so tests do not leak descriptors.
     if (kplc::state().init != 0 && settings()->serial_handle > 0) ::close(settings()->serial_handle);
-    reset_link_state();
+    kplc::state().init = 0;
     std::free(drv);
 }
 
@@ -76,9 +76,8 @@ void release_tag_tables() {
     release_registry(kplc::state().g_plc_tags);
 }
 
-void reset_link_state() {
-    auto &st = kplc::state();
-    st.init = 0;
+std::size_t open_descriptors() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 
 }  // namespace kplc::testkit

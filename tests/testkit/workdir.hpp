@@ -1,6 +1,7 @@
 // Test helpers around the driver's working folder and its entry points.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -47,9 +48,8 @@ struct Instance {
     [[nodiscard]] PLC_DRV_INIT_SETTINGS *settings() const;
 };
 
-// Resets the library's process-wide link state for a test that runs after
-// others in the same process: closes a socket left open and clears the link flag.
-void reset_link_state();
+// Descriptors open in this process (/proc/self/fd).
+std::size_t open_descriptors();
 
 // The driver keeps loaded tag tables for the life of the process, and
 // kplc_init only forgets them. Tests release both sides' tables here so the

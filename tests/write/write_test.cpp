@@ -14,7 +14,6 @@
 
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
-#include "testkit/alloc_counter.hpp"
 #include "testkit/fake_plc.hpp"
 #include "testkit/workdir.hpp"
 
@@ -198,6 +197,10 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
     Case{"member_already_clear", MotorRun, 0, 1, "00",
          {resolved(0, 2), ack(14, 1), resolved(0, 2), testkit::values(hex("00 F0")), ack()}, ER_OK,
          {"names: Motor.Run", "00 FF FB", "names: Motor.Run", kRead, "01 02 03 04 00 F0"}},
+    // A single bit takes the lowest bit of its value byte: 02 clears.
+    Case{"member_value_02_clears", MotorRun, 0, 1, "02",
+         {resolved(0, 2), ack(14, 1), resolved(0, 2), testkit::values(hex("00 F0")), ack()}, ER_OK,
+         {"names: Motor.Run", "00 FF FB", "names: Motor.Run", kRead, "01 02 03 04 00 F0"}},
     Case{"indexed_member_clear", CellFlag, 0, 1, "00", {resolved(0, 2), testkit::values(hex("00 04")), ack()}, ER_OK,
          {"names: Cell[#1].Flag", "00 01 1E 09 00 00 01 00 00 00 00 84 00 01 01 02 03 04", "01 02 03 04 00 00"}},
     Case{"indexed_member_bit_258", CellFlag, 0, 1, "01", {resolved(1, 2)}, ER_INVALID, {"names: Cell[#1].Flag"},
@@ -229,6 +232,9 @@ INSTANTIATE_TEST_SUITE_P(E2E, Writes, ::testing::Values(
 
 TEST_F(WriteTest, TypesWithoutAWriterSendNothingAndKeepTheLink) {
     Bytes value(8, 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(write(Speed, 0, 2, nullptr), static_cast<unsigned>(ER_INVALID)) << "no value bytes";
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("[PLC] write without value bytes"), std::string::npos);
     for (std::size_t k = 0; k < kTypesWithoutWriter.size(); ++k) {
         testing::internal::CaptureStdout();
         EXPECT_EQ(write(static_cast<uint16_t>(Sint + k), 0, 8, value.data()), KPLC_ER_NO_WRITER)
@@ -261,27 +267,6 @@ TEST_F(WriteTest, ABitLoopStopsAtALostLink) {
     Bytes value = hex("01 01 01");
     EXPECT_EQ(write(Coils, 3, 3, value.data()), static_cast<unsigned>(ER_INVALID));
     EXPECT_EQ(commands(), (std::vector<uint16_t>{0x0C28, 0x3200, 0x0C28, 0x0C2C, 0x0C25}));
-}
-
-TEST_F(WriteTest, TheTableIsLoadedOnceAndThenNothingIsAllocated) {
-    plc.reply(R).reply(ack()).reply(R).reply(ack());
-    Bytes value = hex("34 12");
-    ASSERT_EQ(write(Speed, 0, 2, value.data()), static_cast<unsigned>(ER_OK));
-    std::filesystem::remove(dir.path() + "/driver/PLC7F000001_0.csv");
-    unsigned result = ER_INVALID;
-    std::size_t allocations = 0;
-    {
-        testkit::AllocCounter counter;
-        result = write(Speed, 0, 2, value.data());
-        allocations = counter.allocations();
-    }
-    EXPECT_EQ(result, static_cast<unsigned>(ER_OK)) << "served from the registry";
-    if (testkit::AllocCounter::available()) {
-        EXPECT_EQ(allocations, 0u);
-    }
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(write(Speed, 0, 2, value.data(), 1), static_cast<unsigned>(ER_INVALID)) << "device 1 has no file";
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("build tag table failed!\r\n"), std::string::npos);
 }
 
 }  // namespace
