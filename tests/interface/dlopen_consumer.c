@@ -1,6 +1,6 @@
-/* A panel runtime in miniature, compiled as C11: it loads the driver with
- * dlopen, finds the entry points by name and sets up an instance from a port
- * record followed by two extra records, as the runtime lays them out. */
+// A panel runtime in miniature, compiled as C11: it loads the driver with
+// dlopen, finds the entry points by name and sets up an instance from a port
+// record followed by two extra records, as the runtime lays them out.
 #include <dlfcn.h>
 #include <stddef.h>
 #include <stdio.h>
@@ -39,7 +39,7 @@ int main(int argc, char **argv) {
         fprintf(stderr, "dlopen: %s\n", dlerror());
         return 1;
     }
-    /* Function pointers from dlsym go through a data pointer, as POSIX allows. */
+    // Function pointers from dlsym go through a data pointer, as POSIX allows.
     create_fn create;
     init_fn init;
     info_fn info;

@@ -1,14 +1,14 @@
-/* An integrator's program in miniature, compiled as C11 against an installed
- * kplc (CMake package or pkg-config) and linked to libkplc.so.0 directly.
- *
- * It checks what a panel build relies on after installing the package:
- *  - the headers' version macros name the version the package was found as;
- *  - the records have the runtime's layout on this target (natural alignment,
- *    field order; pointers and the records holding them follow the target's
- *    pointer width), shown as a table so an ILP32 run documents itself;
- *  - the entry points link and answer, from the library in the expected folder.
- *
- * usage: kplc_consumer [LIBDIR]  (LIBDIR: folder libkplc.so.0 must come from) */
+// An integrator's program in miniature, compiled as C11 against an installed
+// kplc (CMake package or pkg-config) and linked to libkplc.so.0 directly.
+//
+// It checks what a panel build relies on after installing the package:
+//  - the headers' version macros name the version the package was found as;
+//  - the records have the runtime's layout on this target (natural alignment,
+//    field order; pointers and the records holding them follow the target's
+//    pointer width), shown as a table so an ILP32 run documents itself;
+//  - the entry points link and answer, from the library in the expected folder.
+//
+// usage: kplc_consumer [LIBDIR]  (LIBDIR: folder libkplc.so.0 must come from)
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stddef.h>
@@ -59,14 +59,14 @@ static void check_layout(void) {
 }
 
 static void check_entry_points(const char *libdir) {
-    /* A port record as the runtime hands it in; kplc_init connects nowhere. */
+    // A port record as the runtime hands it in; kplc_init connects nowhere.
     CommunicationProperty port = {._baud = 0x7F000001u, ._datBits = 9600, ._plcGlobalTimeout = 1};
 
     void *drv = kplc_create();
     check(drv != NULL, "kplc_create returns an instance");
     if (drv == NULL) return;
     check(kplc_init(drv, &port) == ER_OK, "kplc_init returns ER_OK");
-    /* The run-time version query a runtime uses: driver number and version. */
+    // The run-time version query a runtime uses: driver number and version.
     PLC_DRV_INFO info = {0};
     check(kplc_driver_info(drv, &info) == ER_OK, "kplc_driver_info returns ER_OK");
     printf("driver %u, driver version %u\n", (unsigned)info.driver_no, (unsigned)info.version);
