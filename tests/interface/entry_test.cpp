@@ -56,9 +56,7 @@ TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     std::free(rec);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, InitFromPort,
-    ::testing::Values(InitCase{"stream", 0, 0, 8500, 'U', 0, 8500},
+INSTANTIATE_TEST_SUITE_P(Cases, InitFromPort, ::testing::Values(InitCase{"stream", 0, 0, 8500, 'U', 0, 8500},
                       InitCase{"datagram", 1, 49, 8500, 0, 0, 8500},
                       InitCase{"any_non_zero_work_mode", 7, 100, 502, 0, 2, 502},
                       InitCase{"count_kept_to_8_bits", 0, 65535, 1, 'U', 30, 1},

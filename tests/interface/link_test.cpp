@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
 
 #include "protocol/link.hpp"
 #include "state/process_state.hpp"
@@ -14,11 +12,7 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::FakePlc;
-using kplc::testkit::hex;
-using kplc::testkit::Instance;
-using kplc::testkit::to_hex;
+using namespace kplc::testkit;
 
 struct Program {
     uint32_t id;
@@ -59,7 +53,7 @@ class CatalogueParsing : public ::testing::TestWithParam<CatalogueCase> {};
 TEST_P(CatalogueParsing, KeepsWhatThePlcSent) {
     const CatalogueCase &c = GetParam();
     FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first()).reply(c.response);
+    plc.reply(catalogue_first()).reply(c.response);
     Instance drv(FakePlc::kLoopback, plc.port());
     kplc::state().localNum = 99;
     std::string printed;
@@ -84,19 +78,17 @@ Bytes with_header(const char *body) {
 }
 
 Bytes long_name_catalogue() {
-    return kplc::testkit::catalogue({{1, std::u16string(126, u'\u20AC')}});
+    return catalogue({{1, std::u16string(126, u'\u20AC')}});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Responses, CatalogueParsing,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Responses, CatalogueParsing, ::testing::Values(
         CatalogueCase{"empty_in_15_bytes", with_header("00"), {}},
-        CatalogueCase{"as_built", kplc::testkit::catalogue({{3, u"Main"}, {7, u"Prog"}}), {{3, "Main"}, {7, "Prog"}}},
+        CatalogueCase{"as_built", catalogue({{3, u"Main"}, {7, u"Prog"}}), {{3, "Main"}, {7, "Prog"}}},
         // L = 10: id at 19, name at 20..27; the next entry at 29: id at 33, name at 34..37.
         CatalogueCase{"two_entries_at_their_offsets",
                       with_header("02 AA AA 0A BB 05 00 4D 00 61 00 69 00 6E CC AA AA 06 BB 09 00 49 00 4F CC"),
                       {{5, "Main"}, {9, "IO"}}},
-        CatalogueCase{"units_above_7F", kplc::testkit::catalogue({{2, u"\u00C4\u20AC"}}), {{2, "\xC3\x84\xE2\x82\xAC"}}},
+        CatalogueCase{"units_above_7F", catalogue({{2, u"\u00C4\u20AC"}}), {{2, "\xC3\x84\xE2\x82\xAC"}}},
         // L below 2 takes no name bytes: the next entry starts 6 bytes on.
         CatalogueCase{"length_below_two", with_header("02 AA AA 01 BB 04 CC AA AA 04 BB 06 00 41 CC"),
                       {{4, ""}, {6, "A"}}},
@@ -121,12 +113,12 @@ class FailedStart : public ::testing::TestWithParam<FailureCase> {};
 // catalogue as it was, and no socket open, however often it is repeated.
 TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
     const FailureCase &c = GetParam();
-    const std::size_t before = kplc::testkit::open_descriptors();
+    const std::size_t before = open_descriptors();
     {
         FakePlc plc;
         const uint16_t port = plc.port();
         for (int i = 0; i < 3; ++i) {
-            if (c.fault == Fault::ShortCatalogue) plc.reply(kplc::testkit::catalogue_first()).reply(Bytes(14, 0));
+            if (c.fault == Fault::ShortCatalogue) plc.reply(catalogue_first()).reply(Bytes(14, 0));
             if (c.fault == Fault::EmptyFirstAnswer) plc.close();
             if (c.fault == Fault::NoAnswer) plc.silence();
         }
@@ -142,12 +134,10 @@ TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
         }
         kplc::state().localNum = 0;
     }
-    EXPECT_EQ(kplc::testkit::open_descriptors(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Faults, FailedStart,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Faults, FailedStart, ::testing::Values(
         FailureCase{"catalogue_of_14_bytes", Fault::ShortCatalogue,
                     "no matching relative net\r\nxplc_getlocalMSG fail\r\n"},
         FailureCase{"first_answer_empty", Fault::EmptyFirstAnswer,

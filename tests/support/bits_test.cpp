@@ -2,10 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdint>
 #include <tuple>
-#include <string>
-#include <vector>
 
 #include "kplc/support.h"
 #include "support/crc16.hpp"
@@ -13,8 +10,7 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::hex;
+using namespace kplc::testkit;
 
 struct CopyCase {
     const char *what;
@@ -34,8 +30,7 @@ TEST_P(BitCopy, TouchesOnlyTheCopiedBits) {
     EXPECT_EQ(dst, c.want);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, BitCopy,
+INSTANTIATE_TEST_SUITE_P(Table, BitCopy,
     ::testing::Values(CopyCase{"across_a_word_boundary", {0x8000, 0x0000}, {}, 15, 2, {0xFF}, {0xFD}},
                       CopyCase{"second_word", {0x0000, 0x0004}, {}, 18, 1, {0x00}, {0x01}},
                       CopyCase{"zero_length", {0xFFFF}, {}, 3, 0, {0x00}, {0x00}},

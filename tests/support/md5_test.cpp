@@ -37,8 +37,7 @@ TEST_P(FileDigest, MatchesTheReferenceDigest) {
 
 // RFC 1321 test suite digests (55, 56 and 64 bytes sit at the padding and
 // block boundaries), and a file of many blocks measured with md5sum.
-INSTANTIATE_TEST_SUITE_P(
-    Vectors, FileDigest,
+INSTANTIATE_TEST_SUITE_P(Vectors, FileDigest,
     ::testing::Values(DigestCase{"empty", "", "d41d8cd98f00b204e9800998ecf8427e"},
                       DigestCase{"length_in_a_block_of_its_own_56",
                                  "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
@@ -64,8 +63,7 @@ TEST(CalcFileMD5, RefusalsPrintWhyAndLeaveTheSumAlone) {
     const struct {
         std::string name;
         const char *want;
-    } cases[] = {{"missing.bin", "Can not open this file!\n"},
-                 {"\"", "Can not open this file!\n"},
+    } cases[] = {{"missing.bin", "Can not open this file!\n"}, {"\"", "Can not open this file!\n"},
                  {"\"" + std::string(5000, 'a') + "\"", "Can not open this file!\n"},
                  {"big.bin", "Sorry! Can not calculate files which larger than 2 GB!\n"}};
     for (auto c : cases) {

@@ -45,9 +45,7 @@ TEST_P(ParseLine, FillsEveryField) { EXPECT_EQ(fields(parse(GetParam().line)), G
 
 constexpr uint32_t kMinus1 = 0xFFFFFFFFu;
 
-INSTANTIATE_TEST_SUITE_P(
-    Lines, ParseLine,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Lines, ParseLine, ::testing::Values(
         // The reference lines of the file format.
         LineCase{"1,Counter,DINT,,4,,DM100,-1\n", {1, "Counter", 196, 32, NORMAL, {}, 4, 1, 6, -1, ""}},
         LineCase{"2,Speed,INT,[0..9],20,,EM200,-1\n", {2, "Speed", 195, 16, ARRAY, {0, 9}, 20, 1, 23, -1, ""}},

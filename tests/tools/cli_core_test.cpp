@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
 
 #include "check.hpp"
 #include "failure.hpp"
@@ -23,8 +21,7 @@ using namespace kplc::cli;
 using ::testing::HasSubstr;
 using kplc::testkit::to_hex;
 
-constexpr const char *kTags =
-    "1,Counter,DINT,,4,,DM100,-1\n"
+constexpr const char *kTags = "1,Counter,DINT,,4,,DM100,-1\n"
     "2,Speed,INT,[0..9],20,,EM200,-1\n"
     "3,Title,STRING,[0..3],80,,,-1\n"
     "4,Main.Step,UINT,,2,,,0\n"

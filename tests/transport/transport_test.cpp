@@ -12,10 +12,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
 #include <functional>
-#include <string>
 #include <tuple>
 
 #include "kplc/kplc.h"
@@ -24,12 +22,7 @@
 
 namespace {
 
-using kplc::testkit::ack;
-using kplc::testkit::Bytes;
-using kplc::testkit::FakePlc;
-using kplc::testkit::hex;
-using kplc::testkit::to_hex;
-using namespace std::chrono_literals;
+using namespace kplc::testkit;
 
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
@@ -136,7 +129,7 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
     const Failure &f = GetParam();
     FullListener full;
     if (f.port == 1 && !full.ready) GTEST_SKIP() << "this system does not hold back connects to a full listener";
-    const std::size_t before = kplc::testkit::open_descriptors();
+    const std::size_t before = open_descriptors();
     {
         FakePlc plc;
         Link link(f.port == 0 ? plc.port() : f.port == 1 ? full.port : f.port);
@@ -155,27 +148,23 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
             EXPECT_EQ(link.settings.serial_handle, 77) << "a failed connect leaves the handle alone";
         }
     }
-    EXPECT_EQ(kplc::testkit::open_descriptors(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 int connect_only(Link &l, FakePlc &) { return l.connect(); }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, LinkFailures,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(All, LinkFailures, ::testing::Values(
         Failure{"refused", connect_only, closed_port(), "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n",
                 false},
         // The connect gives up after the send time-out: (timeout2 mod 10) + 3 seconds.
         Failure{"unanswered", connect_only, 1, "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n", false,
                 2900ms},
-        Failure{"missing_interface",
-                [](Link &l, FakePlc &) {
+        Failure{"missing_interface", [](Link &l, FakePlc &) {
                     l.tcp.stop_bits = 3;  // wlan0
                     return if_nametoindex("wlan0") != 0 ? -1 : l.connect();
                 },
                 0, "get ip command error\r\n", false},
-        Failure{"time_out",
-                [](Link &l, FakePlc &plc) {
+        Failure{"time_out", [](Link &l, FakePlc &plc) {
                     plc.silence();
                     Bytes r;
                     return l.connect() == 0 ? l.exchange(0, r) : 0;
@@ -184,8 +173,7 @@ INSTANTIATE_TEST_SUITE_P(
         // The PLC closing gives an empty response with the socket open; the
         // next request draws a reset, which a read may report as one more end
         // of stream before the send after it fails.
-        Failure{"peer_close",
-                [](Link &l, FakePlc &plc) {
+        Failure{"peer_close", [](Link &l, FakePlc &plc) {
                     plc.close();
                     Bytes r{1};
                     if (l.connect() != 0 || l.exchange(0, r) != 0 || !r.empty() || !is_open(l.settings.serial_handle))
@@ -196,8 +184,7 @@ INSTANTIATE_TEST_SUITE_P(
                 },
                 0, "", true},
         // A send on a reset connection must not raise SIGPIPE (the test would die of it).
-        Failure{"send_on_reset",
-                [](Link &l, FakePlc &plc) {
+        Failure{"send_on_reset", [](Link &l, FakePlc &plc) {
                     plc.close();
                     Bytes r;
                     if (l.connect() != 0 || l.exchange(0, r) != 0) return 0;
@@ -295,13 +282,11 @@ TEST_P(ExchangeInput, EachExchangeReturnsItsOwnAnswer) {
     setrlimit(RLIMIT_NOFILE, &saved);
 }
 
-const Bytes kBig = pattern(4096 + 600), kStale = pattern(600, 3), kSplit = kplc::testkit::values(pattern(30));
+const Bytes kBig = pattern(4096 + 600), kStale = pattern(600, 3), kSplit = values(pattern(30));
 
 // Stale input is drained, at most 512 bytes, before each request; a reply is
 // one receive of at most 4096 bytes; a time-out of 0 only polls.
-INSTANTIATE_TEST_SUITE_P(
-    All, ExchangeInput,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(All, ExchangeInput, ::testing::Values(
         Input{"stale_byte", [](FakePlc &p) { p.with_stale(ack(20, 1), {9}).reply(ack(30, 2)); },
               {{1, ack(20, 1)}, {1, ack(30, 2)}}},
         Input{"stale_512_bytes", [](FakePlc &p) { p.with_stale(ack(20, 1), part(kStale, 0, 512)).reply(ack(30, 2)); },
@@ -315,8 +300,7 @@ INSTANTIATE_TEST_SUITE_P(
         Input{"zero_time_out", [](FakePlc &p) { p.silence(); }, {{0, std::nullopt}}},
         Input{"descriptor_above_1023", [](FakePlc &p) { p.with_stale(ack(16, 7), pattern(40)).reply(ack(18, 8)).silence(); },
               {{1, ack(16, 7)}, {1, ack(18, 8)}, {1, std::nullopt}}, false, 1500},
-        Input{"datagram", [](FakePlc &p) { p.reply(kplc::testkit::catalogue_first()); },
-              {{1, kplc::testkit::catalogue_first()}}, true}),
+        Input{"datagram", [](FakePlc &p) { p.reply(catalogue_first()); }, {{1, catalogue_first()}}, true}),
     [](const auto &info) { return std::string(info.param.what); });
 
 }  // namespace

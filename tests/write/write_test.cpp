@@ -4,13 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <numeric>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
