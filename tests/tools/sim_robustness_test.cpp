@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-
 #include "plc.hpp"
 #include "testkit/fake_plc.hpp"
 
