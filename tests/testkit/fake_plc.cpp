@@ -40,13 +40,8 @@ Bytes hex(std::string_view text) {
 std::string to_hex(std::span<const uint8_t> bytes) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string out;
-    out.reserve(bytes.size() * 3);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (i != 0) out.push_back(' ');
-        out.push_back(kDigits[bytes[i] >> 4]);
-        out.push_back(kDigits[bytes[i] & 0x0F]);
-    }
-    return out;
+    for (const uint8_t b : bytes) out += {' ', kDigits[b >> 4], kDigits[b & 0x0F]};
+    return out.empty() ? out : out.substr(1);
 }
 
 // ---------------------------------------------------------------- builders
@@ -89,15 +84,10 @@ Bytes catalogue(const std::vector<std::pair<uint8_t, std::u16string>> &programs)
     for (const auto &[id, name] : programs) {
         const std::size_t name_bytes = 2 * name.size();
         if (name_bytes + 2 > 255) throw std::invalid_argument("catalogue: name too long for one length byte");
-        body.push_back(0);
-        body.push_back(0);
-        body.push_back(static_cast<uint8_t>(name_bytes + 2));  // L
-        body.push_back(0);
-        body.push_back(id);
-        for (char16_t unit : name) {
-            body.push_back(static_cast<uint8_t>(unit >> 8));
-            body.push_back(static_cast<uint8_t>(unit));
-        }
+        const uint8_t entry[] = {0, 0, static_cast<uint8_t>(name_bytes + 2), 0, id};  // 2 bytes, L, 1 byte, id
+        for (const uint8_t b : entry) body.push_back(b);
+        for (const char16_t unit : name)
+            body.push_back(static_cast<uint8_t>(unit >> 8)), body.push_back(static_cast<uint8_t>(unit));
         body.push_back(0);
     }
     return framed(0x0C25, body);
