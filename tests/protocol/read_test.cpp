@@ -91,43 +91,34 @@ INSTANTIATE_TEST_SUITE_P(Wire, Reads, ::testing::Values(
         // Main.Step is local to program Main (id 0 in the catalogue); Aux.Far
         // belongs to program 9, which no pass reads.
         Case{"each_scope_in_use_costs_two_exchanges", {{1, 0, 4}, {2, 0, 2}, {3, 0, 2}},
-             {item(), values(hex("00 2A 00 01")), item(), values(hex("12 34"))},
-             kOk,
-             {kResolveCounter, kReadOne,
+             {item(), values(hex("00 2A 00 01")), item(), values(hex("12 34"))}, kOk, {kResolveCounter, kReadOne,
               "00 00 00 18 FF FF FF E7 __ __ 0C 28 00 01 01 01 00 00 00 00 00 00 00 01 00 04 00 53 00 74 00 65 00 70",
               "00 00 00 10 FF FF FF EF __ __ 1E 09 00 00 01 00 00 00 00 84 00 01 01 02 03 04"},
-             {kOk, kOk, kUntouched},
-             {"2A 00 01 00 EE", "34 12 EE", "EE EE"}},
+             {kOk, kOk, kUntouched}, {"2A 00 01 00 EE", "34 12 EE", "EE EE"}},
         // Offsets and counts arrive in bytes; runs name every element.
         Case{"array_run_and_2d_element", {{4, 4, 6}, {7, 28, 4}},
-             {items(4), values(hex("00 01 00 02 00 03 00 00 00 04"))},
-             kOk,
+             {items(4), values(hex("00 01 00 02 00 03 00 00 00 04"))}, kOk,
              {"00 00 00 44 FF FF FF BB __ __ 0C 28 00 01 00 00 00 04 00 05 00 41 00 5B 00 23 00 32 00 5D 00 05 00 41 "
               "00 5B 00 23 00 33 00 5D 00 05 00 41 00 5B 00 23 00 34 00 5D 00 0B 00 47 00 72 00 69 00 64 00 5B 00 23 "
               "00 32 00 2C 00 23 00 32 00 5D",
               "00 00 00 28 FF FF FF D7 __ __ 1E 09 00 00 04 00 00 00 00 00 00 01 00 00 00 00 00 00 00 01 00 00 00 00 "
               "00 00 00 01 00 00 00 00 00 00 00 02 00 00 00 00"},
-             {kOk, kOk},
-             {"01 00 02 00 03 00 EE", "00 00 04 00 EE"}},
+             {kOk, kOk}, {"01 00 02 00 03 00 EE", "00 00 04 00 EE"}},
         // A string read names its first character and reads to the element's end;
         // a bit on DM takes its bit number from byte 30.
         Case{"text_and_bit", {{8, 25, 3}, {9, 3, 1}},
-             {items(2), values(hex("41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 00 00 08"))},
-             kOk,
+             {items(2), values(hex("41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 00 00 08"))}, kOk,
              {"00 00 00 34 FF FF FF CB __ __ 0C 28 00 01 00 00 00 02 00 0C 00 54 00 65 00 78 00 74 00 5B 00 23 00 31 "
               "00 5D 00 5B 00 23 00 35 00 5D 00 08 00 42 00 69 00 74 00 73 00 5B 00 23 00 33 00 5D",
               "00 00 00 18 FF FF FF E7 __ __ 1E 09 00 00 02 00 00 00 00 00 00 08 00 00 00 00 00 00 00 01 00 00 00 00"},
-             {kOk, kOk},
-             {"41 42 43 EE", "00 EE"}},
+             {kOk, kOk}, {"41 42 43 EE", "00 EE"}},
         Case{"response_cut_inside_the_second_request_fails_both", {{4, 0, 4}, {5, 0, 4}},
-             {items(4), values(hex("00 01 00 02 00 03"))},
-             kTimeout,
+             {items(4), values(hex("00 01 00 02 00 03"))}, kTimeout,
              {"00 00 00 38 FF FF FF C7 __ __ 0C 28 00 01 00 00 00 04 00 05 00 41 00 5B 00 23 00 30 00 5D 00 05 00 41 "
               "00 5B 00 23 00 31 00 5D 00 05 00 42 00 5B 00 23 00 30 00 5D 00 05 00 42 00 5B 00 23 00 31 00 5D",
               "00 00 00 28 FF FF FF D7 __ __ 1E 09 00 00 04 00 00 00 00 00 00 01 00 00 00 00 00 00 00 01 00 00 00 00 "
               "00 00 00 01 00 00 00 00 00 00 00 01 00 00 00 00"},
-             {kTimeout, kTimeout},
-             {"01 00 02 00", ""}},
+             {kTimeout, kTimeout}, {"01 00 02 00", ""}},
         Case{"resolve_reply_without_the_item_fails_the_batch", {{1, 0, 4}}, {ack(25)}, kTimeout,
              {kResolveCounter}, {kTimeout}, {"EE"}},
         // Refused requests cost no traffic, print one line each and leave the others read.

@@ -152,48 +152,43 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
 }
 
 int connect_only(Link &l, FakePlc &) { return l.connect(); }
+constexpr const char *kConnectFailed = "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n";
 
 INSTANTIATE_TEST_SUITE_P(All, LinkFailures, ::testing::Values(
-        Failure{"refused", connect_only, closed_port(), "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n",
-                false},
+        Failure{"refused", connect_only, closed_port(), kConnectFailed, false},
         // The connect gives up after the send time-out: (timeout2 mod 10) + 3 seconds.
-        Failure{"unanswered", connect_only, 1, "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n", false,
-                2900ms},
+        Failure{"unanswered", connect_only, 1, kConnectFailed, false, 2900ms},
         Failure{"missing_interface", [](Link &l, FakePlc &) {
-                    l.tcp.stop_bits = 3;  // wlan0
-                    return if_nametoindex("wlan0") != 0 ? -1 : l.connect();
-                },
-                0, "get ip command error\r\n", false},
+            l.tcp.stop_bits = 3;  // wlan0
+            return if_nametoindex("wlan0") != 0 ? -1 : l.connect();
+        }, 0, "get ip command error\r\n", false},
         Failure{"time_out", [](Link &l, FakePlc &plc) {
-                    plc.silence();
-                    Bytes r;
-                    return l.connect() == 0 ? l.exchange(0, r) : 0;
-                },
-                0, "--timeout--\r\n", true, 1000ms},
+            plc.silence();
+            Bytes r;
+            return l.connect() == 0 ? l.exchange(0, r) : 0;
+        }, 0, "--timeout--\r\n", true, 1000ms},
         // The PLC closing gives an empty response with the socket open; the
         // next request draws a reset, which a read may report as one more end
         // of stream before the send after it fails.
         Failure{"peer_close", [](Link &l, FakePlc &plc) {
-                    plc.close();
-                    Bytes r{1};
-                    if (l.connect() != 0 || l.exchange(0, r) != 0 || !r.empty() || !is_open(l.settings.serial_handle))
-                        return 0;
-                    int rc = 0;
-                    for (int i = 0; i < 2 && rc == 0; ++i) rc = l.exchange(1, r);
-                    return rc;
-                },
-                0, "", true},
+            plc.close();
+            Bytes r{1};
+            if (l.connect() != 0 || l.exchange(0, r) != 0 || !r.empty() || !is_open(l.settings.serial_handle))
+                return 0;
+            int rc = 0;
+            for (int i = 0; i < 2 && rc == 0; ++i) rc = l.exchange(1, r);
+            return rc;
+        }, 0, "", true},
         // A send on a reset connection must not raise SIGPIPE (the test would die of it).
         Failure{"send_on_reset", [](Link &l, FakePlc &plc) {
-                    plc.close();
-                    Bytes r;
-                    if (l.connect() != 0 || l.exchange(0, r) != 0) return 0;
-                    const Bytes frame = request(1);
-                    int rc = 0;
-                    for (int i = 0; i < 3 && rc >= 0; ++i) rc = send_e(frame.data(), 16, &l.settings);
-                    return rc;
-                },
-                0, "send error\n", true}),
+            plc.close();
+            Bytes r;
+            if (l.connect() != 0 || l.exchange(0, r) != 0) return 0;
+            const Bytes frame = request(1);
+            int rc = 0;
+            for (int i = 0; i < 3 && rc >= 0; ++i) rc = send_e(frame.data(), 16, &l.settings);
+            return rc;
+        }, 0, "send error\n", true}),
     [](const auto &info) { return std::string(info.param.what); });
 
 // With interface 1 selected, the socket is bound to eth0's address before it connects.
