@@ -38,7 +38,7 @@ unsigned start(Instance &drv, std::string &printed) {
 
 std::string euro_times(std::size_t n) {
     std::string s;
-    for (std::size_t i = 0; i < n; ++i) s += "\xE2\x82\xAC";
+    while (n-- > 0) s += "\xE2\x82\xAC";
     return s;
 }
 
@@ -68,18 +68,8 @@ TEST_P(CatalogueParsing, KeepsWhatThePlcSent) {
 
 // The bytes the parser skips are filled with AA/BB/CC here to show that they
 // are not read.
-const Bytes kHeader = hex("00 00 00 1D FF FF FF E2 00 01 0C 25 00 00");
+Bytes with_header(const char *body) { return hex(std::string("00 00 00 1D FF FF FF E2 00 01 0C 25 00 00 ") + body); }
 
-Bytes with_header(const char *body) {
-    Bytes b = kHeader;
-    const Bytes rest = hex(body);
-    b.insert(b.end(), rest.begin(), rest.end());
-    return b;
-}
-
-Bytes long_name_catalogue() {
-    return catalogue({{1, std::u16string(126, u'\u20AC')}});
-}
 
 INSTANTIATE_TEST_SUITE_P(Responses, CatalogueParsing, ::testing::Values(
         CatalogueCase{"empty_in_15_bytes", with_header("00"), {}},
@@ -97,7 +87,8 @@ INSTANTIATE_TEST_SUITE_P(Responses, CatalogueParsing, ::testing::Values(
         // The trailing byte of the last entry is not needed.
         CatalogueCase{"last_trailer_missing", with_header("01 AA AA 04 BB 01 00 41"), {{1, "A"}}},
         // 126 three-byte characters cut at a character boundary to fit 256 bytes.
-        CatalogueCase{"name_longer_than_the_field", long_name_catalogue(), {{1, euro_times(85)}}}),
+        CatalogueCase{"name_longer_than_the_field", catalogue({{1, std::u16string(126, u'\u20AC')}}),
+                      {{1, euro_times(85)}}}),
     [](const auto &info) { return std::string(info.param.what); });
 
 enum class Fault { ShortCatalogue, EmptyFirstAnswer, NoAnswer, Refused };

@@ -21,26 +21,13 @@ using namespace kplc::cli;
 using ::testing::HasSubstr;
 using kplc::testkit::to_hex;
 
-constexpr const char *kTags = "1,Counter,DINT,,4,,DM100,-1\n"
-    "2,Speed,INT,[0..9],20,,EM200,-1\n"
-    "3,Title,STRING,[0..3],80,,,-1\n"
-    "4,Main.Step,UINT,,2,,,0\n"
-    "5,Axis[2,3],REAL,,4,,,-1\n"
-    "6,Cell[1][2].Val,DINT,,4,,,-1\n"
-    "7,Grid,LREAL,[1..2_0..2],48,,,-1\n"
-    "8,Cube,INT,[0..1_0..2_0..3],48,,,-1\n"
-    "9,Flags,BOOL,[0..31],4,,,-1\n"
-    "10,Neg,DINT,[-2..2],20,,,-1\n"
-    "11,Note,WSTRING,,40,,,-1\n"
-    "12,Msg,STRING,,20,,,-1\n"
-    "13,Mask,WORD,,2,,,-1\n"
-    "14,Huge,ULINT,,8,,,-1\n"
-    "15,Ratio,REAL,,4,,,-1\n"
-    "16,Lamp,BOOL,,1,,MR100,-1\n"
-    "17,Long,DINT,[0..299],1200,,,-1\n"
-    "18,Wide,INT,[0..999],2000,,,-1\n"
-    "19,Essay,STRING,,600,,,-1\n"
-    "20,Precise,LREAL,[0..99],800,,,-1\n";
+constexpr const char *kTags =
+    "1,Counter,DINT,,4,,DM100,-1\n2,Speed,INT,[0..9],20,,EM200,-1\n3,Title,STRING,[0..3],80,,,-1\n"
+    "4,Main.Step,UINT,,2,,,0\n5,Axis[2,3],REAL,,4,,,-1\n6,Cell[1][2].Val,DINT,,4,,,-1\n"
+    "7,Grid,LREAL,[1..2_0..2],48,,,-1\n8,Cube,INT,[0..1_0..2_0..3],48,,,-1\n9,Flags,BOOL,[0..31],4,,,-1\n"
+    "10,Neg,DINT,[-2..2],20,,,-1\n11,Note,WSTRING,,40,,,-1\n12,Msg,STRING,,20,,,-1\n13,Mask,WORD,,2,,,-1\n"
+    "14,Huge,ULINT,,8,,,-1\n15,Ratio,REAL,,4,,,-1\n16,Lamp,BOOL,,1,,MR100,-1\n17,Long,DINT,[0..299],1200,,,-1\n"
+    "18,Wide,INT,[0..999],2000,,,-1\n19,Essay,STRING,,600,,,-1\n20,Precise,LREAL,[0..99],800,,,-1\n";
 
 const TagSet &tags() {
     static const TagSet set = TagSet::parse(kTags, kplc_pase_str);

@@ -70,10 +70,7 @@ protected:
     void TearDown() override { kplc::testkit::release_tag_tables(); }
     unsigned write(uint16_t tag, uint32_t addr, uint32_t nums, void *value, uint16_t dev_index = 0) {
         Reg reg{};
-        reg.regId = tag;
-        reg.regAddr = addr;
-        reg.regNums = nums;
-        reg._devIndex = dev_index;
+        reg.regId = tag, reg.regAddr = addr, reg.regNums = nums, reg._devIndex = dev_index;
         return kplc_write(instance->drv, &instance->port.prop, &reg, value);
     }
     std::vector<uint16_t> commands() const {
