@@ -42,11 +42,7 @@ std::string euro_times(std::size_t n) {
     return s;
 }
 
-struct CatalogueCase {
-    const char *what;
-    Bytes response;
-    std::vector<Program> expected;
-};
+struct CatalogueCase { const char *what; Bytes response; std::vector<Program> expected; };
 
 class CatalogueParsing : public ::testing::TestWithParam<CatalogueCase> {};
 
@@ -92,11 +88,7 @@ INSTANTIATE_TEST_SUITE_P(Responses, CatalogueParsing, ::testing::Values(
     [](const auto &info) { return std::string(info.param.what); });
 
 enum class Fault { ShortCatalogue, EmptyFirstAnswer, NoAnswer, Refused };
-struct FailureCase {
-    const char *what;
-    Fault fault;
-    const char *printed;
-};
+struct FailureCase { const char *what; Fault fault; const char *printed; };
 
 class FailedStart : public ::testing::TestWithParam<FailureCase> {};
 

@@ -99,12 +99,7 @@ TEST(ReadPlan, BoolBitsAndNumbersAreTakenApartByWidth) {
 }
 
 TEST(ReadPlan, RefusedRequestIsLeftOutAndTheOthersAreRead) {
-    struct Case {
-        TagSpec tag;
-        uint32_t nums;
-        rd::Refusal want;
-        int id = -1;
-    } cases[] = {
+    struct Case { TagSpec tag; uint32_t nums; rd::Refusal want; int id = -1; } cases[] = {
         {{.name = "X"}, 2, rd::Refusal::UnknownTag, 0},
         {{.name = "X"}, 2, rd::Refusal::UnknownTag, 3},
         {{.name = "X", .bits = 32}, 8, rd::Refusal::NotOneElement},

@@ -18,11 +18,7 @@ std::string pattern(std::size_t n) {
     return s;
 }
 
-struct DigestCase {
-    const char *what;
-    std::string contents;
-    const char *want;
-};
+struct DigestCase { const char *what; std::string contents; const char *want; };
 class FileDigest : public ::testing::TestWithParam<DigestCase> {};
 
 TEST_P(FileDigest, MatchesTheReferenceDigest) {

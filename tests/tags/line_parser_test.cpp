@@ -32,10 +32,7 @@ Fields fields(const kplc_tag_str &t) {
             t.byte_len, t.var_type, t.address, t.mode_type, reinterpret_cast<const char *>(t.local_name)};
 }
 
-struct LineCase {
-    const char *line;
-    Fields want;
-};
+struct LineCase { const char *line; Fields want; };
 
 void PrintTo(const LineCase &c, std::ostream *os) { *os << c.line; }
 

@@ -213,11 +213,7 @@ TEST(CliFailure, TellsTheCauseFromTheRelayedTraffic) {
     const auto read = frame({0, 0, 0, 0x18, 0xFF, 0xFF, 0xFF, 0xE7, 0, 2, 0x1E, 0x09, 0, 0, 2, 0, 0, 0,
                              0, 1, 0, 1, 0, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 4});
     std::vector<uint8_t> items(24 + 41, 0);  // two resolve items without extensions, as far as the driver reads
-    const struct {
-        std::vector<TrafficEvent> events;
-        Exit status;
-        std::string message;
-    } cases[] = {
+    const struct { std::vector<TrafficEvent> events; Exit status; std::string message; } cases[] = {
         {{{K::ConnectFailed, {}, 111}}, kExitConnect, "cannot connect to P: Connection refused"},
         {{{K::ConnectFailed, {}, 0}}, kExitConnect, "cannot connect to P: no answer within 3 s"},
         {{{K::Request, resolve, 0}}, kExitNoAnswer, "no answer from the PLC at P within 3 s to the symbol resolve"},

@@ -71,10 +71,7 @@ uint16_t free_port() {
     return ntohs(sa.sin_port);
 }
 
-struct Result {
-    int status;
-    std::string out, err;
-};
+struct Result { int status; std::string out, err; };
 
 class CliTool : public ::testing::Test {
 protected:

@@ -27,10 +27,7 @@ TEST(SimRobustness, RequestsItCannotServeAreRefusedWithAHeaderAlone) {
     sim::Plc plc(kTags);
     const auto count = plc.peek(sim::kGlobal, "Count", 4);
     ASSERT_TRUE(count);
-    const struct {
-        const char *what, *request;
-        uint16_t status;
-    } cases[] = {
+    const struct { const char *what, *request; uint16_t status; } cases[] = {
         {"frame without command", "00 00 00 00 FF FF FF FF 00 09", sim::kStatusMalformed},
         {"unknown command", "00 00 00 02 FF FF FF FD 00 09 12 34", sim::kStatusUnknownCommand},
         {"resolve cut inside a name", "00 00 00 0C FF FF FF F3 00 09 0C 28 00 01 00 00 00 01 00 01 00",
