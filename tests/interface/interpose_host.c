@@ -9,28 +9,14 @@
 #include "kplc/kplc.h"
 
 // Clashing definitions that would break the driver if its calls bound here.
-unsigned int crc16(unsigned char *puchMsg, unsigned char usDataLen) {
-    (void)puchMsg;
-    (void)usDataLen;
-    return 0;
-}
-void insert(char *str, char *pch, int pos) {
-    (void)str;
-    (void)pch;
-    (void)pos;
-}
-void list_add(struct list_head *entry, struct list_head *head) {
-    (void)entry;
-    (void)head;
-}
+unsigned int crc16(unsigned char *puchMsg, unsigned char usDataLen) { return (void)puchMsg, (void)usDataLen, 0; }
+void insert(char *str, char *pch, int pos) { (void)str, (void)pch, (void)pos; }
+void list_add(struct list_head *entry, struct list_head *head) { (void)entry, (void)head; }
 
 static int checks, failures;
 static void check(int ok, const char *what) {
     ++checks;
-    if (!ok) {
-        ++failures;
-        fprintf(stderr, "FAILED: %s\n", what);
-    }
+    if (!ok) ++failures, fprintf(stderr, "FAILED: %s\n", what);
 }
 
 int main(void) {
