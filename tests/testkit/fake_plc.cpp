@@ -120,6 +120,12 @@ Bytes resolve(const std::vector<ResolveItem> &items) {
 
 Bytes values(const Bytes &payload) { return framed(0x1E09, payload); }
 
+Bytes pattern(std::size_t n, uint8_t seed) {
+    Bytes b(n);
+    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(seed + i * 7);
+    return b;
+}
+
 Bytes ack(std::size_t size, uint8_t status) {
     Bytes frame(size, 0);
     put_header(frame, 0x1E01);

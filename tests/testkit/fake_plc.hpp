@@ -97,5 +97,7 @@ Bytes resolve(const std::vector<ResolveItem> &items);
 Bytes values(const Bytes &payload);
 // A write acknowledgement of `size` bytes (at least 12) with status byte 11.
 Bytes ack(std::size_t size = 14, uint8_t status = 0);
+// n bytes seed, seed + 7, seed + 14, ... (mod 256): no run of equal bytes.
+Bytes pattern(std::size_t n, uint8_t seed = 0);
 
 }  // namespace kplc::testkit

@@ -26,11 +26,6 @@ using namespace kplc::testkit;
 
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
-Bytes pattern(std::size_t n, uint8_t seed = 0) {
-    Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(seed + i * 7);
-    return b;
-}
 Bytes part(const Bytes &b, std::size_t from, std::size_t n = std::string::npos) {
     const auto first = b.begin() + static_cast<std::ptrdiff_t>(from);
     return Bytes(first, n == std::string::npos ? b.end() : first + static_cast<std::ptrdiff_t>(n));
