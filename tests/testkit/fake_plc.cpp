@@ -266,6 +266,16 @@ FakePlc::~FakePlc() { impl_->server->stop(); }
 
 uint16_t FakePlc::port() const { return impl_->server->port(); }
 
+uint16_t FakePlc::closed_port() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(kLoopback)}, .sin_zero = {}};
+    socklen_t len = sizeof a;
+    ::bind(fd, reinterpret_cast<sockaddr *>(&a), len);
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    ::close(fd);
+    return ntohs(a.sin_port);
+}
+
 using Kind = sim::Answer::Kind;
 FakePlc &FakePlc::reply(Bytes bytes) { return impl_->push(*this, make(Kind::Reply, std::move(bytes))); }
 FakePlc &FakePlc::silence() { return impl_->push(*this, make(Kind::Silence)); }

@@ -45,6 +45,8 @@ public:
     FakePlc &operator=(const FakePlc &) = delete;
 
     [[nodiscard]] uint16_t port() const;
+    // A loopback port that nothing listens on (connects are refused).
+    static uint16_t closed_port();
 
     // Script steps, each consumed by one received request, in order. With a
     // tag file, empty `bytes` stand for the simulated PLC's own answer.

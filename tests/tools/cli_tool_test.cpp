@@ -1,10 +1,8 @@
 // One smoke run per behaviour of the built kplc tool against the built
 // simulator, both as processes on 127.0.0.1, with the sample tag file.
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,12 +16,15 @@
 #include <sstream>
 #include <thread>
 
+#include "testkit/fake_plc.hpp"
+
 extern char **environ;
 
 namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using kplc::testkit::FakePlc;
 using namespace std::chrono_literals;
 
 const std::string kTool = KPLC_BINARY_DIR "/tools/kplc/kplc";
@@ -59,16 +60,6 @@ int wait_for(pid_t pid, std::chrono::milliseconds limit = 30s) {
         std::this_thread::sleep_for(5ms);
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-uint16_t free_port() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in sa{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t len = sizeof sa;
-    bind(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&sa), &len);
-    close(fd);
-    return ntohs(sa.sin_port);
 }
 
 struct Result { int status; std::string out, err; };
@@ -142,7 +133,8 @@ TEST_F(CliTool, TellsEachFailureByItsCauseAndStatus) {
         {{"--refuse"}, 6, "closed the connection"},
     };
     for (const auto &c : cases) {
-        const Result r = kplc({"--timeout", "1", "-q", "read", "Counter"}, c.sim.empty() ? free_port() : start_sim(c.sim));
+        const int port = c.sim.empty() ? FakePlc::closed_port() : start_sim(c.sim);
+        const Result r = kplc({"--timeout", "1", "-q", "read", "Counter"}, port);
         EXPECT_EQ(r.status, c.status) << c.message;
         EXPECT_THAT(r.err, HasSubstr(c.message));
         EXPECT_THAT(r.err, ::testing::Not(HasSubstr("driver:")));  // -q
@@ -175,7 +167,7 @@ TEST_F(CliTool, CtrlCEndsAWaitWithinASecondAndRemovesTheTemporaryFolder) {
 }
 
 TEST_F(CliTool, WatchSaysLinkLostAndBackOnceAndEndsWhenItsReaderGoes) {
-    const uint16_t port = free_port();
+    const uint16_t port = FakePlc::closed_port();
     const pid_t pid = start({"--timeout", "1", "watch", "Counter", "--interval-ms", "50", "--count", "40"}, port);
     std::this_thread::sleep_for(700ms);
     ASSERT_NE(start_sim({}, port), 0);

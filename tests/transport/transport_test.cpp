@@ -47,15 +47,6 @@ sockaddr_in bound(int fd, socklen_t &len) {
     return a;
 }
 
-// A loopback port that nothing listens on (connects are refused).
-uint16_t closed_port() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    socklen_t len;
-    const uint16_t port = ntohs(bound(fd, len).sin_port);
-    ::close(fd);
-    return port;
-}
-
 // A loopback listener whose accept queue is full: the kernel drops further
 // connection requests, so a connect to it waits until its own bound passes.
 struct FullListener {
@@ -150,7 +141,7 @@ int connect_only(Link &l, FakePlc &) { return l.connect(); }
 constexpr const char *kConnectFailed = "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n";
 
 INSTANTIATE_TEST_SUITE_P(All, LinkFailures, ::testing::Values(
-        Failure{"refused", connect_only, closed_port(), kConnectFailed, false},
+        Failure{"refused", connect_only, FakePlc::closed_port(), kConnectFailed, false},
         // The connect gives up after the send time-out: (timeout2 mod 10) + 3 seconds.
         Failure{"unanswered", connect_only, 1, kConnectFailed, false, 2900ms},
         Failure{"missing_interface", [](Link &l, FakePlc &) {
