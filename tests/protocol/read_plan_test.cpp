@@ -31,11 +31,7 @@ TagSpec text(uint32_t byte_len, std::array<uint32_t, 6> bounds = {}, uint16_t ty
 struct Batch {
     std::vector<kplc_tag_str> tags;
     std::vector<Reg> regs;
-    std::array<std::array<uint8_t, 64>, 10> storage = [] {
-        std::array<std::array<uint8_t, 64>, 10> all;
-        for (auto &d : all) d.fill(0xEE);
-        return all;
-    }();
+    std::array<std::array<uint8_t, 64>, 10> storage{};
     std::vector<DrvRWBuf> records;
     std::vector<DrvRWBuf *> bufs;
     rd::PassPlan pass;
@@ -50,6 +46,7 @@ struct Batch {
         Reg &r = regs.emplace_back();
         r.regId = static_cast<uint16_t>(id >= 0 ? id : static_cast<int>(tags.size()));
         r.regAddr = addr, r.regNums = nums;
+        storage.at(records.size()).fill(0xEE);
         records.push_back(DrvRWBuf{0, storage.at(records.size()).data(), 0, 0x55});
     }
     void plan() {

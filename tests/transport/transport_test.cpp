@@ -128,11 +128,10 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
         EXPECT_TRUE(out.ends_with(f.printed)) << out;
         EXPECT_GE(took, f.at_least);
         EXPECT_LT(took, f.at_least + 1500ms);
-        if (f.opened) {
+        if (f.opened)
             EXPECT_FALSE(is_open(link.settings.serial_handle)) << "a failed exchange closes its socket";
-        } else {
+        else
             EXPECT_EQ(link.settings.serial_handle, 77) << "a failed connect leaves the handle alone";
-        }
     }
     EXPECT_EQ(open_descriptors(), before);
 }
@@ -251,11 +250,10 @@ TEST_P(ExchangeInput, EachExchangeReturnsItsOwnAnswer) {
         const int rc = link.exchange(static_cast<uint8_t>(i), response);
         const std::string out = testing::internal::GetCapturedStdout();
         ASSERT_EQ(rc, want ? 0 : -1) << "exchange " << i;
-        if (want) {
+        if (want)
             EXPECT_EQ(to_hex(response), to_hex(*want)) << "exchange " << i;
-        } else {
+        else
             EXPECT_EQ(out, "--timeout--\r\n");
-        }
     }
     ASSERT_TRUE(plc.wait_for_requests(1));
     const auto requests = plc.requests();
