@@ -27,12 +27,8 @@ class InitFromPort : public ::testing::TestWithParam<InitCase> {};
 TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     const InitCase &c = GetParam();
     PortSettings port;
-    port.prop._workMode = c.work_mode;
-    port.prop._sizeExtra = c.size_extra;
-    port.prop._baud = 0xC0A8000A;
-    port.prop._datBits = c.port;
-    port.prop._plcGlobalTimeout = 7;
-    port.prop._protocalTimeout1 = 250;
+    port.prop._workMode = c.work_mode, port.prop._sizeExtra = c.size_extra, port.prop._baud = 0xC0A8000A;
+    port.prop._datBits = c.port, port.prop._plcGlobalTimeout = 7, port.prop._protocalTimeout1 = 250;
 
     auto *rec = static_cast<PLC_DRV_INIT_SETTINGS_NEW *>(kplc_create());
     ASSERT_NE(rec, nullptr);

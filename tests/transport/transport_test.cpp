@@ -75,12 +75,10 @@ struct Link {
     PLC_TCP_INIT_PARAMETERS tcp{};
     PLC_DRV_INIT_SETTINGS settings{};
     explicit Link(uint16_t port, bool stream = true) {
-        tcp.ipaddr = static_cast<int>(FakePlc::kLoopback);
-        tcp.port = static_cast<int16_t>(port);
+        tcp.ipaddr = static_cast<int>(FakePlc::kLoopback), tcp.port = static_cast<int16_t>(port);
         tcp.mode = stream ? 'U' : 0;
         settings.serial_handle = 77;  // a failed connect must leave the caller's value alone
-        settings.response_timeout = 1;
-        settings.timeout1 = 50;
+        settings.response_timeout = 1, settings.timeout1 = 50;
     }
     ~Link() {
         if (settings.serial_handle != 77 && is_open(settings.serial_handle)) ::close(settings.serial_handle);
