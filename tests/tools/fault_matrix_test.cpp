@@ -66,10 +66,8 @@ struct Fenced {
         return kplc_mulity_read(inst.drv, &inst.port.prop, regs.data(), static_cast<int>(regs.size()), ptrs.data());
     }
     bool intact() const {
-        const uint8_t *first = static_cast<const uint8_t *>(bufs.back().buff);
-        for (const uint8_t *p = base + page; p < first; ++p)
-            if (*p != kFence) return false;
-        return true;
+        const auto *first = static_cast<const uint8_t *>(bufs.back().buff);
+        return std::all_of(static_cast<const uint8_t *>(base + page), first, [](uint8_t b) { return b == kFence; });
     }
     std::vector<Bytes> values() const {
         std::vector<Bytes> out;
