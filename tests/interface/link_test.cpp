@@ -14,11 +14,7 @@ namespace {
 
 using namespace kplc::testkit;
 
-struct Program {
-    uint32_t id;
-    std::string name;
-    bool operator==(const Program &) const = default;
-};
+struct Program { uint32_t id; std::string name; bool operator==(const Program &) const = default; };
 
 std::vector<Program> loaded_catalogue() {
     const auto &st = kplc::state();

@@ -122,11 +122,8 @@ TEST_F(CliTool, WritesReadBackAndJsonParsesForEveryShape) {
 }
 
 TEST_F(CliTool, TellsEachFailureByItsCauseAndStatus) {
-    const struct {
-        std::vector<std::string> sim;  // empty: nothing listens
-        int status;
-        std::string message;
-    } cases[] = {
+    // sim: the simulator's options (empty: nothing listens).
+    const struct { std::vector<std::string> sim; int status; std::string message; } cases[] = {
         {{}, 5, "cannot connect to 127.0.0.1:"},
         {{"--silent"}, 6, "no answer from the PLC at 127.0.0.1:"},
         {{"--truncate", "24"}, 7, "symbol resolve request was too short (24 bytes): it left out Counter"},
