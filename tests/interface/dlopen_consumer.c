@@ -1,6 +1,6 @@
-/* A panel runtime in miniature, compiled as C11: it loads the driver with
- * dlopen, finds the entry points by name and sets up an instance from a port
- * record followed by two extra records, as the runtime lays them out. */
+// A panel runtime in miniature, compiled as C11: it loads the driver with
+// dlopen, finds the entry points by name and sets up an instance from a port
+// record followed by two extra records, as the runtime lays them out.
 #include <dlfcn.h>
 #include <stddef.h>
 #include <stdio.h>
@@ -13,21 +13,14 @@ typedef unsigned int (*init_fn)(void *, CommunicationProperty *);
 typedef unsigned int (*info_fn)(void *, PLC_DRV_INFO *);
 typedef unsigned int (*ioctrl_fn)(void *, CommunicationProperty *, int, unsigned char *, unsigned char *);
 
-static int failures;
-static int checks;
+static int failures, checks;
 
 static void check(int ok, const char *what) {
     ++checks;
-    if (!ok) {
-        ++failures;
-        fprintf(stderr, "FAILED: %s\n", what);
-    }
+    if (!ok) ++failures, fprintf(stderr, "FAILED: %s\n", what);
 }
 
-struct port_with_extras {
-    CommunicationProperty prop;
-    ex_codesys_t extra[2];
-};
+struct port_with_extras { CommunicationProperty prop; ex_codesys_t extra[2]; };
 
 int main(int argc, char **argv) {
     if (argc != 2) {
@@ -39,20 +32,16 @@ int main(int argc, char **argv) {
         fprintf(stderr, "dlopen: %s\n", dlerror());
         return 1;
     }
-    /* Function pointers from dlsym go through a data pointer, as POSIX allows. */
+    // Function pointers from dlsym go through a data pointer, as POSIX allows.
     create_fn create;
     init_fn init;
     info_fn info;
     ioctrl_fn ioctrl;
     void *sym;
-    sym = dlsym(lib, "kplc_create");
-    memcpy(&create, &sym, sizeof create);
-    sym = dlsym(lib, "kplc_init");
-    memcpy(&init, &sym, sizeof init);
-    sym = dlsym(lib, "kplc_driver_info");
-    memcpy(&info, &sym, sizeof info);
-    sym = dlsym(lib, "kplc_ioctrl");
-    memcpy(&ioctrl, &sym, sizeof ioctrl);
+    sym = dlsym(lib, "kplc_create"), memcpy(&create, &sym, sizeof create);
+    sym = dlsym(lib, "kplc_init"), memcpy(&init, &sym, sizeof init);
+    sym = dlsym(lib, "kplc_driver_info"), memcpy(&info, &sym, sizeof info);
+    sym = dlsym(lib, "kplc_ioctrl"), memcpy(&ioctrl, &sym, sizeof ioctrl);
     check(create && init && info && ioctrl, "entry points found by name");
     if (!(create && init && info && ioctrl)) return 1;
 
@@ -74,8 +63,7 @@ int main(int argc, char **argv) {
     check(rec->view.settings.timeout2 == 0, "lower layers read timeout2 = 0");
     check(rec->old_serial_settings.mode == 'U', "work mode 0 selects a stream socket");
 
-    PLC_DRV_INFO di;
-    memset(&di, 0, sizeof di);
+    PLC_DRV_INFO di = {0};
     check(info(drv, &di) == ER_OK && di.driver_no == 714 && di.version == 10, "driver info 714/10");
 
     unsigned char out[8];

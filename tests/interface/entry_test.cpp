@@ -17,11 +17,8 @@ using kplc::testkit::PortSettings;
 
 struct InitCase {
     const char *what;
-    uint16_t work_mode;
-    uint16_t size_extra;
-    uint16_t port;
-    uint8_t want_mode;
-    uint8_t want_ex_count;
+    uint16_t work_mode, size_extra, port;
+    uint8_t want_mode, want_ex_count;
     int16_t want_port;
 };
 
@@ -30,12 +27,8 @@ class InitFromPort : public ::testing::TestWithParam<InitCase> {};
 TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     const InitCase &c = GetParam();
     PortSettings port;
-    port.prop._workMode = c.work_mode;
-    port.prop._sizeExtra = c.size_extra;
-    port.prop._baud = 0xC0A8000A;
-    port.prop._datBits = c.port;
-    port.prop._plcGlobalTimeout = 7;
-    port.prop._protocalTimeout1 = 250;
+    port.prop._workMode = c.work_mode, port.prop._sizeExtra = c.size_extra, port.prop._baud = 0xC0A8000A;
+    port.prop._datBits = c.port, port.prop._plcGlobalTimeout = 7, port.prop._protocalTimeout1 = 250;
 
     auto *rec = static_cast<PLC_DRV_INIT_SETTINGS_NEW *>(kplc_create());
     ASSERT_NE(rec, nullptr);
@@ -56,13 +49,11 @@ TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     std::free(rec);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, InitFromPort,
-    ::testing::Values(InitCase{"stream", 0, 0, 8500, 'U', 0, 8500},
-                      InitCase{"datagram", 1, 49, 8500, 0, 0, 8500},
-                      InitCase{"any_non_zero_work_mode", 7, 100, 502, 0, 2, 502},
-                      InitCase{"count_kept_to_8_bits", 0, 65535, 1, 'U', 30, 1},
-                      InitCase{"port_above_32767", 0, 50, 40000, 'U', 1, static_cast<int16_t>(40000 - 65536)}),
+INSTANTIATE_TEST_SUITE_P(Cases, InitFromPort, ::testing::Values(
+    InitCase{"stream", 0, 0, 8500, 'U', 0, 8500}, InitCase{"datagram", 1, 49, 8500, 0, 0, 8500},
+    InitCase{"any_non_zero_work_mode", 7, 100, 502, 0, 2, 502},
+    InitCase{"count_kept_to_8_bits", 0, 65535, 1, 'U', 30, 1},
+    InitCase{"port_above_32767", 0, 50, 40000, 'U', 1, static_cast<int16_t>(40000 - 65536)}),
     [](const auto &info) { return std::string(info.param.what); });
 
 TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
@@ -89,10 +80,7 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     EXPECT_EQ(kplc_get_tagtable(&st.g_plc_tags, name), nullptr);
     EXPECT_EQ(st.write_sid, 0);
     EXPECT_EQ(st.init, 0);
-    for (kplc_plc_tag *entry : entries) {
-        std::free(entry->name);
-        std::free(entry);
-    }
+    for (kplc_plc_tag *entry : entries) std::free(entry->name), std::free(entry);
     std::free(drv);
 }
 

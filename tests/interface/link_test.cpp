@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
 
 #include "protocol/link.hpp"
 #include "state/process_state.hpp"
@@ -14,17 +12,9 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::FakePlc;
-using kplc::testkit::hex;
-using kplc::testkit::Instance;
-using kplc::testkit::to_hex;
+using namespace kplc::testkit;
 
-struct Program {
-    uint32_t id;
-    std::string name;
-    bool operator==(const Program &) const = default;
-};
+struct Program { uint32_t id; std::string name; bool operator==(const Program &) const = default; };
 
 std::vector<Program> loaded_catalogue() {
     const auto &st = kplc::state();
@@ -44,22 +34,18 @@ unsigned start(Instance &drv, std::string &printed) {
 
 std::string euro_times(std::size_t n) {
     std::string s;
-    for (std::size_t i = 0; i < n; ++i) s += "\xE2\x82\xAC";
+    while (n-- > 0) s += "\xE2\x82\xAC";
     return s;
 }
 
-struct CatalogueCase {
-    const char *what;
-    Bytes response;
-    std::vector<Program> expected;
-};
+struct CatalogueCase { const char *what; Bytes response; std::vector<Program> expected; };
 
 class CatalogueParsing : public ::testing::TestWithParam<CatalogueCase> {};
 
 TEST_P(CatalogueParsing, KeepsWhatThePlcSent) {
     const CatalogueCase &c = GetParam();
     FakePlc plc;
-    plc.reply(kplc::testkit::catalogue_first()).reply(c.response);
+    plc.reply(catalogue_first()).reply(c.response);
     Instance drv(FakePlc::kLoopback, plc.port());
     kplc::state().localNum = 99;
     std::string printed;
@@ -74,29 +60,17 @@ TEST_P(CatalogueParsing, KeepsWhatThePlcSent) {
 
 // The bytes the parser skips are filled with AA/BB/CC here to show that they
 // are not read.
-const Bytes kHeader = hex("00 00 00 1D FF FF FF E2 00 01 0C 25 00 00");
+Bytes with_header(const char *body) { return hex(std::string("00 00 00 1D FF FF FF E2 00 01 0C 25 00 00 ") + body); }
 
-Bytes with_header(const char *body) {
-    Bytes b = kHeader;
-    const Bytes rest = hex(body);
-    b.insert(b.end(), rest.begin(), rest.end());
-    return b;
-}
 
-Bytes long_name_catalogue() {
-    return kplc::testkit::catalogue({{1, std::u16string(126, u'\u20AC')}});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Responses, CatalogueParsing,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Responses, CatalogueParsing, ::testing::Values(
         CatalogueCase{"empty_in_15_bytes", with_header("00"), {}},
-        CatalogueCase{"as_built", kplc::testkit::catalogue({{3, u"Main"}, {7, u"Prog"}}), {{3, "Main"}, {7, "Prog"}}},
+        CatalogueCase{"as_built", catalogue({{3, u"Main"}, {7, u"Prog"}}), {{3, "Main"}, {7, "Prog"}}},
         // L = 10: id at 19, name at 20..27; the next entry at 29: id at 33, name at 34..37.
         CatalogueCase{"two_entries_at_their_offsets",
                       with_header("02 AA AA 0A BB 05 00 4D 00 61 00 69 00 6E CC AA AA 06 BB 09 00 49 00 4F CC"),
                       {{5, "Main"}, {9, "IO"}}},
-        CatalogueCase{"units_above_7F", kplc::testkit::catalogue({{2, u"\u00C4\u20AC"}}), {{2, "\xC3\x84\xE2\x82\xAC"}}},
+        CatalogueCase{"units_above_7F", catalogue({{2, u"\u00C4\u20AC"}}), {{2, "\xC3\x84\xE2\x82\xAC"}}},
         // L below 2 takes no name bytes: the next entry starts 6 bytes on.
         CatalogueCase{"length_below_two", with_header("02 AA AA 01 BB 04 CC AA AA 04 BB 06 00 41 CC"),
                       {{4, ""}, {6, "A"}}},
@@ -105,15 +79,12 @@ INSTANTIATE_TEST_SUITE_P(
         // The trailing byte of the last entry is not needed.
         CatalogueCase{"last_trailer_missing", with_header("01 AA AA 04 BB 01 00 41"), {{1, "A"}}},
         // 126 three-byte characters cut at a character boundary to fit 256 bytes.
-        CatalogueCase{"name_longer_than_the_field", long_name_catalogue(), {{1, euro_times(85)}}}),
+        CatalogueCase{"name_longer_than_the_field", catalogue({{1, std::u16string(126, u'\u20AC')}}),
+                      {{1, euro_times(85)}}}),
     [](const auto &info) { return std::string(info.param.what); });
 
 enum class Fault { ShortCatalogue, EmptyFirstAnswer, NoAnswer, Refused };
-struct FailureCase {
-    const char *what;
-    Fault fault;
-    const char *printed;
-};
+struct FailureCase { const char *what; Fault fault; const char *printed; };
 
 class FailedStart : public ::testing::TestWithParam<FailureCase> {};
 
@@ -121,12 +92,12 @@ class FailedStart : public ::testing::TestWithParam<FailureCase> {};
 // catalogue as it was, and no socket open, however often it is repeated.
 TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
     const FailureCase &c = GetParam();
-    const std::size_t before = kplc::testkit::open_descriptors();
+    const std::size_t before = open_descriptors();
     {
         FakePlc plc;
         const uint16_t port = plc.port();
         for (int i = 0; i < 3; ++i) {
-            if (c.fault == Fault::ShortCatalogue) plc.reply(kplc::testkit::catalogue_first()).reply(Bytes(14, 0));
+            if (c.fault == Fault::ShortCatalogue) plc.reply(catalogue_first()).reply(Bytes(14, 0));
             if (c.fault == Fault::EmptyFirstAnswer) plc.close();
             if (c.fault == Fault::NoAnswer) plc.silence();
         }
@@ -142,12 +113,10 @@ TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
         }
         kplc::state().localNum = 0;
     }
-    EXPECT_EQ(kplc::testkit::open_descriptors(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Faults, FailedStart,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Faults, FailedStart, ::testing::Values(
         FailureCase{"catalogue_of_14_bytes", Fault::ShortCatalogue,
                     "no matching relative net\r\nxplc_getlocalMSG fail\r\n"},
         FailureCase{"first_answer_empty", Fault::EmptyFirstAnswer,

@@ -1,14 +1,14 @@
-/* An integrator's program in miniature, compiled as C11 against an installed
- * kplc (CMake package or pkg-config) and linked to libkplc.so.0 directly.
- *
- * It checks what a panel build relies on after installing the package:
- *  - the headers' version macros name the version the package was found as;
- *  - the records have the runtime's layout on this target (natural alignment,
- *    field order; pointers and the records holding them follow the target's
- *    pointer width), shown as a table so an ILP32 run documents itself;
- *  - the entry points link and answer, from the library in the expected folder.
- *
- * usage: kplc_consumer [LIBDIR]  (LIBDIR: folder libkplc.so.0 must come from) */
+// An integrator's program in miniature, compiled as C11 against an installed
+// kplc (CMake package or pkg-config) and linked to libkplc.so.0 directly.
+//
+// It checks what a panel build relies on after installing the package:
+//  - the headers' version macros name the version the package was found as;
+//  - the records have the runtime's layout on this target (natural alignment,
+//    field order; pointers and the records holding them follow the target's
+//    pointer width), shown as a table so an ILP32 run documents itself;
+//  - the entry points link and answer, from the library in the expected folder.
+//
+// usage: kplc_consumer [LIBDIR]  (LIBDIR: folder libkplc.so.0 must come from)
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stddef.h>
@@ -21,95 +21,53 @@
 #define STR(x) STR2(x)
 #define HEADER_VERSION STR(KPLC_VERSION_MAJOR) "." STR(KPLC_VERSION_MINOR) "." STR(KPLC_VERSION_PATCH)
 
-static int failures;
-static int checks;
+static int failures, checks;
 
 static void check(int ok, const char *what) {
     ++checks;
-    if (!ok) {
-        ++failures;
-        fprintf(stderr, "FAILED: %s\n", what);
-    }
+    if (!ok) ++failures, fprintf(stderr, "FAILED: %s\n", what);
 }
 
-struct layout_row {
-    const char *what;
-    size_t got;
-    size_t want;
-};
+struct layout_row { const char *what; size_t got, want; };
 
 #define P sizeof(void *)
 #define AT(rec, field, want) {#rec "." #field, offsetof(rec, field), (want)}
 #define SIZE(rec, want) {"sizeof " #rec, sizeof(rec), (want)}
 
+#define CP(field, want) AT(CommunicationProperty, field, want)
+#define TCP(field, want) AT(PLC_TCP_INIT_PARAMETERS, field, want)
+
 static const struct layout_row layout[] = {
-    AT(CommunicationProperty, _sizeExtra, 2),
-    AT(CommunicationProperty, _flag, 4),
-    AT(CommunicationProperty, _workMode, 14),
-    AT(CommunicationProperty, _baud, 16),
-    AT(CommunicationProperty, _datBits, 20),
-    AT(CommunicationProperty, _plcGlobalTimeout, 28),
-    AT(CommunicationProperty, _protocalTimeout1, 30),
-    AT(CommunicationProperty, _maxBlockBits, 54),
-    AT(CommunicationProperty, _varSlave, 56),
-    AT(CommunicationProperty, _varPort, 64),
-    SIZE(CommunicationProperty, 68),
-    AT(ex_codesys_t, user, 2),
-    AT(ex_codesys_t, password, 26),
-    SIZE(ex_codesys_t, 50),
-    AT(Reg, plcNo, 6),
-    AT(Reg, regType, 8),
-    AT(Reg, regId, 10),
-    AT(Reg, regAddr, 12),
-    AT(Reg, regNums, 16),
-    AT(Reg, subAddr, 20),
-    AT(Reg, _devIndex, 22),
-    SIZE(Reg, 24),
-    AT(DrvRWBuf, buff, P),
-    AT(DrvRWBuf, size, 2 * P),
-    AT(DrvRWBuf, error, 2 * P + 4),
-    SIZE(DrvRWBuf, 2 * P + 8),
-    AT(PLC_DRV_INFO, version, 2),
-    SIZE(PLC_DRV_INFO, 4),
-    AT(Mulity_Property, TotalPackage, 4),
-    SIZE(Mulity_Property, 8),
-    AT(PLC_TCP_INIT_PARAMETERS, ipaddr, P),
-    AT(PLC_TCP_INIT_PARAMETERS, port, P + 4),
-    AT(PLC_TCP_INIT_PARAMETERS, stop_bits, P + 6),
-    AT(PLC_TCP_INIT_PARAMETERS, mode, P + 7),
-    SIZE(PLC_TCP_INIT_PARAMETERS, P + 8),
-    AT(PLC_DRV_REG_ADDR, reg_id, 4),
-    AT(PLC_DRV_REG_ADDR, sub_addr, 12),
-    SIZE(PLC_DRV_REG_ADDR, 16),
-    AT(PLC_DRV_BUFF, buff, P),
-    SIZE(PLC_DRV_BUFF, 2 * P),
+    CP(_sizeExtra, 2), CP(_flag, 4), CP(_workMode, 14), CP(_baud, 16), CP(_datBits, 20), CP(_plcGlobalTimeout, 28),
+    CP(_protocalTimeout1, 30), CP(_maxBlockBits, 54), CP(_varSlave, 56), CP(_varPort, 64),
+    SIZE(CommunicationProperty, 68), AT(ex_codesys_t, user, 2), AT(ex_codesys_t, password, 26), SIZE(ex_codesys_t, 50),
+    AT(Reg, plcNo, 6), AT(Reg, regType, 8), AT(Reg, regId, 10), AT(Reg, regAddr, 12), AT(Reg, regNums, 16),
+    AT(Reg, subAddr, 20), AT(Reg, _devIndex, 22), SIZE(Reg, 24),
+    AT(DrvRWBuf, buff, P), AT(DrvRWBuf, size, 2 * P), AT(DrvRWBuf, error, 2 * P + 4), SIZE(DrvRWBuf, 2 * P + 8),
+    AT(PLC_DRV_INFO, version, 2), SIZE(PLC_DRV_INFO, 4), AT(Mulity_Property, TotalPackage, 4), SIZE(Mulity_Property, 8),
+    TCP(ipaddr, P), TCP(port, P + 4), TCP(stop_bits, P + 6), TCP(mode, P + 7), SIZE(PLC_TCP_INIT_PARAMETERS, P + 8),
+    AT(PLC_DRV_REG_ADDR, reg_id, 4), AT(PLC_DRV_REG_ADDR, sub_addr, 12), SIZE(PLC_DRV_REG_ADDR, 16),
+    AT(PLC_DRV_BUFF, buff, P), SIZE(PLC_DRV_BUFF, 2 * P),
 };
 
 static void check_layout(void) {
     printf("record layout, %u-bit pointers:\n", (unsigned)(8 * P));
-    for (size_t i = 0; i < sizeof layout / sizeof layout[0]; ++i) {
-        const struct layout_row *row = &layout[i];
+    for (const struct layout_row *row = layout; row < layout + sizeof layout / sizeof layout[0]; ++row) {
         printf("  %-40s %3zu%s\n", row->what, row->got, row->got == row->want ? "" : "  <- differs");
         check(row->got == row->want, row->what);
     }
 }
 
 static void check_entry_points(const char *libdir) {
-    /* A port record as the runtime hands it in; kplc_init connects nowhere. */
-    CommunicationProperty port;
-    memset(&port, 0, sizeof port);
-    port._baud = 0x7F000001u;
-    port._datBits = 9600;
-    port._plcGlobalTimeout = 1;
+    // A port record as the runtime hands it in; kplc_init connects nowhere.
+    CommunicationProperty port = {._baud = 0x7F000001u, ._datBits = 9600, ._plcGlobalTimeout = 1};
 
     void *drv = kplc_create();
     check(drv != NULL, "kplc_create returns an instance");
     if (drv == NULL) return;
     check(kplc_init(drv, &port) == ER_OK, "kplc_init returns ER_OK");
-
-    /* The run-time version query a runtime uses: driver number and version. */
-    PLC_DRV_INFO info;
-    memset(&info, 0, sizeof info);
+    // The run-time version query a runtime uses: driver number and version.
+    PLC_DRV_INFO info = {0};
     check(kplc_driver_info(drv, &info) == ER_OK, "kplc_driver_info returns ER_OK");
     printf("driver %u, driver version %u\n", (unsigned)info.driver_no, (unsigned)info.version);
     check(info.driver_no == 714 && info.version == 10, "kplc_driver_info reports driver 714, version 10");
@@ -123,17 +81,14 @@ static void check_entry_points(const char *libdir) {
     void *entry;
     unsigned int (*fn)(void *, PLC_DRV_INFO *) = kplc_driver_info;
     memcpy(&entry, &fn, sizeof entry);
-    if (dladdr(entry, &where) != 0 && where.dli_fname != NULL) {
-        printf("library: %s\n", where.dli_fname);
-        if (libdir != NULL) {
-            const size_t n = strlen(libdir);
-            check(strncmp(where.dli_fname, libdir, n) == 0 && where.dli_fname[n] == '/' &&
-                      strchr(where.dli_fname + n + 1, '/') == NULL,
-                  "the entry points come from the library in the expected folder");
-        }
-    } else {
-        check(0, "dladdr finds the library of kplc_driver_info");
-    }
+    const int found = dladdr(entry, &where) != 0 && where.dli_fname != NULL;
+    check(found, "dladdr finds the library of kplc_driver_info");
+    if (!found) return;
+    printf("library: %s\n", where.dli_fname);
+    const size_t n = libdir != NULL ? strlen(libdir) : 0;
+    check(libdir == NULL || (strncmp(where.dli_fname, libdir, n) == 0 && where.dli_fname[n] == '/' &&
+                             strchr(where.dli_fname + n + 1, '/') == NULL),
+          "the entry points come from the library in the expected folder");
 }
 
 int main(int argc, char **argv) {

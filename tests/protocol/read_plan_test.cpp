@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "kplc/driver.h"
 #include "protocol/read_plan.hpp"
@@ -13,9 +11,7 @@
 namespace {
 
 namespace rd = kplc::proto::read;
-using kplc::testkit::Bytes;
-using kplc::testkit::hex;
-using kplc::testkit::to_hex;
+using namespace kplc::testkit;
 
 struct TagSpec {
     std::string name;
@@ -35,11 +31,7 @@ TagSpec text(uint32_t byte_len, std::array<uint32_t, 6> bounds = {}, uint16_t ty
 struct Batch {
     std::vector<kplc_tag_str> tags;
     std::vector<Reg> regs;
-    std::array<std::array<uint8_t, 64>, 10> storage = [] {
-        std::array<std::array<uint8_t, 64>, 10> all;
-        for (auto &d : all) d.fill(0xEE);
-        return all;
-    }();
+    std::array<std::array<uint8_t, 64>, 10> storage{};
     std::vector<DrvRWBuf> records;
     std::vector<DrvRWBuf *> bufs;
     rd::PassPlan pass;
@@ -54,6 +46,7 @@ struct Batch {
         Reg &r = regs.emplace_back();
         r.regId = static_cast<uint16_t>(id >= 0 ? id : static_cast<int>(tags.size()));
         r.regAddr = addr, r.regNums = nums;
+        storage.at(records.size()).fill(0xEE);
         records.push_back(DrvRWBuf{0, storage.at(records.size()).data(), 0, 0x55});
     }
     void plan() {
@@ -86,14 +79,14 @@ TEST(ReadPlan, BoolBitsAndNumbersAreTakenApartByWidth) {
     b.add({.name = "W", .bits = 32}, 0, 4);
     b.add({.name = "L", .bits = 64}, 0, 8);
     b.plan();
-    const Bytes request = b.location_request(kplc::testkit::resolve({{.area = 1, .location = {0, 0, 0, 0x47}, .byte30 = 0x39},
+    const Bytes request = b.location_request(resolve({{.area = 1, .location = {0, 0, 0, 0x47}, .byte30 = 0x39},
                                                                      {.area = 2, .location = {0, 0, 0, 0x47}, .byte30 = 0x02},
                                                                      {.area = 3, .location = {0, 0, 0, 0x47}}, {}, {}, {}}));
     // Entries: area, word count, location (byte 3 of the 8 is the word count).
     EXPECT_EQ(to_hex(std::span(request).subspan(rd::kLocationHeaderSize)),
               "00 01 00 01 00 00 00 47 00 02 00 01 00 00 00 47 00 03 00 01 00 00 00 40 00 00 00 01 00 00 00 00 "
               "00 00 00 02 00 00 00 00 00 00 00 04 00 00 00 00");
-    const Bytes resp = kplc::testkit::values(hex("02 00 00 04 00 40 12 34 AA BB CC DD 11 22 33 44 55 66 77 88"));
+    const Bytes resp = values(hex("02 00 00 04 00 40 12 34 AA BB CC DD 11 22 33 44 55 66 77 88"));
     ASSERT_EQ(rd::decode_values(b.pass, resp, b.bufs), ER_OK);
     // Bits 9, 2 and 7 of 0200, 0004 and 0040.
     EXPECT_EQ(b.value(0, 2) + " " + b.value(1, 2) + " " + b.value(2, 2), "01 EE 01 EE 00 EE");
@@ -103,12 +96,7 @@ TEST(ReadPlan, BoolBitsAndNumbersAreTakenApartByWidth) {
 }
 
 TEST(ReadPlan, RefusedRequestIsLeftOutAndTheOthersAreRead) {
-    struct Case {
-        TagSpec tag;
-        uint32_t nums;
-        rd::Refusal want;
-        int id = -1;
-    } cases[] = {
+    struct Case { TagSpec tag; uint32_t nums; rd::Refusal want; int id = -1; } cases[] = {
         {{.name = "X"}, 2, rd::Refusal::UnknownTag, 0},
         {{.name = "X"}, 2, rd::Refusal::UnknownTag, 3},
         {{.name = "X", .bits = 32}, 8, rd::Refusal::NotOneElement},

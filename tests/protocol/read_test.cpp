@@ -4,9 +4,6 @@
 // runtime buffer.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <string>
-#include <vector>
 
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
@@ -14,11 +11,7 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::FakePlc;
-using kplc::testkit::hex;
-using kplc::testkit::to_hex;
-using kplc::testkit::values;
+using namespace kplc::testkit;
 
 constexpr unsigned kOk = ER_OK, kTimeout = ER_TIMEOUT, kInvalid = ER_INVALID, kUntouched = 0x55;
 
@@ -29,9 +22,9 @@ constexpr const char *kTags =
     "9,Bits,BOOL,[0..15],2,,DM0,-1\n10,Lamp,BOOL,,1,,,-1\n";
 
 Bytes item(uint8_t area = 0x84, uint8_t byte30 = 0) {
-    return kplc::testkit::resolve({{.area = area, .location = {1, 2, 3, 4}, .byte30 = byte30}});
+    return resolve({{.area = area, .location = {1, 2, 3, 4}, .byte30 = byte30}});
 }
-Bytes items(std::size_t n) { return kplc::testkit::resolve(std::vector<kplc::testkit::ResolveItem>(n)); }
+Bytes items(std::size_t n) { return resolve(std::vector<ResolveItem>(n)); }
 
 struct Case {
     const char *what;
@@ -50,11 +43,11 @@ class Reads : public ::testing::TestWithParam<Case> {};
 
 TEST_P(Reads, SendExactlyTheseRequests) {
     const Case &c = GetParam();
-    kplc::testkit::ScopedWorkdir dir;
+    ScopedWorkdir dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc;
-    kplc::testkit::Instance inst(FakePlc::kLoopback, plc.port());
-    plc.reply(kplc::testkit::catalogue_first()).reply(kplc::testkit::catalogue({{4, u"Other"}, {0, u"Main"}}));
+    Instance inst(FakePlc::kLoopback, plc.port());
+    plc.reply(catalogue_first()).reply(catalogue({{4, u"Other"}, {0, u"Main"}}));
     for (const Bytes &r : c.replies) plc.reply(r);
     std::vector<Reg> regs;
     std::vector<std::array<uint8_t, 16>> data(c.batch.size());
@@ -85,63 +78,48 @@ TEST_P(Reads, SendExactlyTheseRequests) {
         const std::size_t n = (c.buffers[i].size() + 1) / 3;
         EXPECT_EQ(to_hex(std::span(data[i]).first(n)), c.buffers[i]) << "request " << i;
     }
-    kplc::testkit::release_tag_tables();
+    release_tag_tables();
 }
 
 const std::string kResolveCounter =
     "00 00 00 18 FF FF FF E7 __ __ 0C 28 00 01 00 00 00 01 00 07 00 43 00 6F 00 75 00 6E 00 74 00 65 00 72";
 const std::string kReadOne = "00 00 00 10 FF FF FF EF __ __ 1E 09 00 00 01 00 00 00 00 84 00 02 01 02 03 04";
 
-INSTANTIATE_TEST_SUITE_P(
-    Wire, Reads,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(Wire, Reads, ::testing::Values(
         Case{"one_number", {{1, 0, 4}}, {item(), values(hex("00 2A 00 01"))}, kOk, {kResolveCounter, kReadOne},
              {kOk}, {"2A 00 01 00 EE"}},
         // Main.Step is local to program Main (id 0 in the catalogue); Aux.Far
         // belongs to program 9, which no pass reads.
-        Case{"each_scope_in_use_costs_two_exchanges",
-             {{1, 0, 4}, {2, 0, 2}, {3, 0, 2}},
-             {item(), values(hex("00 2A 00 01")), item(), values(hex("12 34"))},
-             kOk,
-             {kResolveCounter, kReadOne,
+        Case{"each_scope_in_use_costs_two_exchanges", {{1, 0, 4}, {2, 0, 2}, {3, 0, 2}},
+             {item(), values(hex("00 2A 00 01")), item(), values(hex("12 34"))}, kOk, {kResolveCounter, kReadOne,
               "00 00 00 18 FF FF FF E7 __ __ 0C 28 00 01 01 01 00 00 00 00 00 00 00 01 00 04 00 53 00 74 00 65 00 70",
               "00 00 00 10 FF FF FF EF __ __ 1E 09 00 00 01 00 00 00 00 84 00 01 01 02 03 04"},
-             {kOk, kOk, kUntouched},
-             {"2A 00 01 00 EE", "34 12 EE", "EE EE"}},
+             {kOk, kOk, kUntouched}, {"2A 00 01 00 EE", "34 12 EE", "EE EE"}},
         // Offsets and counts arrive in bytes; runs name every element.
-        Case{"array_run_and_2d_element",
-             {{4, 4, 6}, {7, 28, 4}},
-             {items(4), values(hex("00 01 00 02 00 03 00 00 00 04"))},
-             kOk,
+        Case{"array_run_and_2d_element", {{4, 4, 6}, {7, 28, 4}},
+             {items(4), values(hex("00 01 00 02 00 03 00 00 00 04"))}, kOk,
              {"00 00 00 44 FF FF FF BB __ __ 0C 28 00 01 00 00 00 04 00 05 00 41 00 5B 00 23 00 32 00 5D 00 05 00 41 "
               "00 5B 00 23 00 33 00 5D 00 05 00 41 00 5B 00 23 00 34 00 5D 00 0B 00 47 00 72 00 69 00 64 00 5B 00 23 "
               "00 32 00 2C 00 23 00 32 00 5D",
               "00 00 00 28 FF FF FF D7 __ __ 1E 09 00 00 04 00 00 00 00 00 00 01 00 00 00 00 00 00 00 01 00 00 00 00 "
               "00 00 00 01 00 00 00 00 00 00 00 02 00 00 00 00"},
-             {kOk, kOk},
-             {"01 00 02 00 03 00 EE", "00 00 04 00 EE"}},
+             {kOk, kOk}, {"01 00 02 00 03 00 EE", "00 00 04 00 EE"}},
         // A string read names its first character and reads to the element's end;
         // a bit on DM takes its bit number from byte 30.
-        Case{"text_and_bit",
-             {{8, 25, 3}, {9, 3, 1}},
-             {items(2), values(hex("41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 00 00 08"))},
-             kOk,
+        Case{"text_and_bit", {{8, 25, 3}, {9, 3, 1}},
+             {items(2), values(hex("41 42 43 44 45 46 47 48 49 4A 4B 4C 4D 4E 4F 00 00 08"))}, kOk,
              {"00 00 00 34 FF FF FF CB __ __ 0C 28 00 01 00 00 00 02 00 0C 00 54 00 65 00 78 00 74 00 5B 00 23 00 31 "
               "00 5D 00 5B 00 23 00 35 00 5D 00 08 00 42 00 69 00 74 00 73 00 5B 00 23 00 33 00 5D",
               "00 00 00 18 FF FF FF E7 __ __ 1E 09 00 00 02 00 00 00 00 00 00 08 00 00 00 00 00 00 00 01 00 00 00 00"},
-             {kOk, kOk},
-             {"41 42 43 EE", "00 EE"}},
-        Case{"response_cut_inside_the_second_request_fails_both",
-             {{4, 0, 4}, {5, 0, 4}},
-             {items(4), values(hex("00 01 00 02 00 03"))},
-             kTimeout,
+             {kOk, kOk}, {"41 42 43 EE", "00 EE"}},
+        Case{"response_cut_inside_the_second_request_fails_both", {{4, 0, 4}, {5, 0, 4}},
+             {items(4), values(hex("00 01 00 02 00 03"))}, kTimeout,
              {"00 00 00 38 FF FF FF C7 __ __ 0C 28 00 01 00 00 00 04 00 05 00 41 00 5B 00 23 00 30 00 5D 00 05 00 41 "
               "00 5B 00 23 00 31 00 5D 00 05 00 42 00 5B 00 23 00 30 00 5D 00 05 00 42 00 5B 00 23 00 31 00 5D",
               "00 00 00 28 FF FF FF D7 __ __ 1E 09 00 00 04 00 00 00 00 00 00 01 00 00 00 00 00 00 00 01 00 00 00 00 "
               "00 00 00 01 00 00 00 00 00 00 00 01 00 00 00 00"},
-             {kTimeout, kTimeout},
-             {"01 00 02 00", ""}},
-        Case{"resolve_reply_without_the_item_fails_the_batch", {{1, 0, 4}}, {kplc::testkit::ack(25)}, kTimeout,
+             {kTimeout, kTimeout}, {"01 00 02 00", ""}},
+        Case{"resolve_reply_without_the_item_fails_the_batch", {{1, 0, 4}}, {ack(25)}, kTimeout,
              {kResolveCounter}, {kTimeout}, {"EE"}},
         // Refused requests cost no traffic, print one line each and leave the others read.
         Case{"refusals", {{11, 0, 4}, {1, 0, 4}, {6, 0, 1}}, {item(), values(hex("00 2A 00 00"))}, kOk,
@@ -149,10 +127,10 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &info) { return std::string(info.param.what); });
 
 TEST(Reads, ABatchOver256RequestsIsRefusedWithoutTraffic) {
-    kplc::testkit::ScopedWorkdir dir;
+    ScopedWorkdir dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc;
-    kplc::testkit::Instance inst(FakePlc::kLoopback, plc.port());
+    Instance inst(FakePlc::kLoopback, plc.port());
     std::vector<Reg> regs(257);
     uint8_t value[4];
     DrvRWBuf record{0, value, 0, 0};
@@ -160,7 +138,7 @@ TEST(Reads, ABatchOver256RequestsIsRefusedWithoutTraffic) {
     for (Reg &r : regs) r.regId = 1, r.regNums = 4;
     EXPECT_EQ(kplc_mulity_read(inst.drv, &inst.port.prop, regs.data(), 257, bufs.data()), kInvalid);
     EXPECT_EQ(plc.connections(), 0u);
-    kplc::testkit::release_tag_tables();
+    release_tag_tables();
 }
 
 }  // namespace

@@ -25,10 +25,7 @@ namespace {
 std::string hex(const std::vector<unsigned char> &bytes) {
     std::string out;
     char b[3];
-    for (unsigned char c : bytes) {
-        std::snprintf(b, sizeof b, "%02X", c);
-        out += b;
-    }
+    for (unsigned char c : bytes) std::snprintf(b, sizeof b, "%02X", c), out += b;
     return out;
 }
 
@@ -64,9 +61,8 @@ int main(int argc, char **argv) {
             std::string text;
             in >> reg.regId >> reg.regAddr >> text;
             std::vector<unsigned char> value;
-            for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
+            for (std::size_t i = 0; i + 1 < text.size(); i += 2)
                 value.push_back(static_cast<unsigned char>(std::stoul(text.substr(i, 2), nullptr, 16)));
-            }
             reg.regNums = static_cast<U32>(value.size());
             value.push_back(0xEE);  // room for the fill byte a text write may add
             std::printf("%s -> %u\n", line.c_str(), kplc_write(drv, &port.prop, &reg, value.data()));
@@ -76,10 +72,8 @@ int main(int argc, char **argv) {
             std::vector<std::vector<unsigned char>> data(regs.size(), std::vector<unsigned char>(64, 0xEE));
             std::vector<DrvRWBuf> bufs(regs.size());
             std::vector<DrvRWBuf *> ptrs;
-            for (std::size_t i = 0; i < regs.size(); ++i) {
-                bufs[i] = DrvRWBuf{0, data[i].data(), 64, 0xDEAD};
-                ptrs.push_back(&bufs[i]);
-            }
+            for (std::size_t i = 0; i < regs.size(); ++i)
+                bufs[i] = DrvRWBuf{0, data[i].data(), 64, 0xDEAD}, ptrs.push_back(&bufs[i]);
             const unsigned rc = kplc_mulity_read(drv, &port.prop, regs.data(), static_cast<int>(regs.size()), ptrs.data());
             std::printf("%s -> %u", line.c_str(), rc);
             for (std::size_t i = 0; i < regs.size(); ++i) std::printf(" | %u %s", bufs[i].error, hex(data[i]).c_str());

@@ -2,10 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdint>
 #include <tuple>
-#include <string>
-#include <vector>
 
 #include "kplc/support.h"
 #include "support/crc16.hpp"
@@ -13,8 +10,7 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::hex;
+using namespace kplc::testkit;
 
 struct CopyCase {
     const char *what;
@@ -34,8 +30,7 @@ TEST_P(BitCopy, TouchesOnlyTheCopiedBits) {
     EXPECT_EQ(dst, c.want);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, BitCopy,
+INSTANTIATE_TEST_SUITE_P(Table, BitCopy,
     ::testing::Values(CopyCase{"across_a_word_boundary", {0x8000, 0x0000}, {}, 15, 2, {0xFF}, {0xFD}},
                       CopyCase{"second_word", {0x0000, 0x0004}, {}, 18, 1, {0x00}, {0x01}},
                       CopyCase{"zero_length", {0xFFFF}, {}, 3, 0, {0x00}, {0x00}},
@@ -51,11 +46,7 @@ TEST(NumberHelpers, HexDigitsAndValues) {
     for (const auto &[ch, want] : {std::pair{'0', 0}, {'9', 9}, {'a', 10}, {'F', 15}, {'g', -1}, {'/', -1}, {':', -1},
                                    {'@', -1}, {'G', -1}, {'`', -1}, {'\xFF', -1}})
         EXPECT_EQ(getIndexOfSigns(ch), want) << ch;
-    const struct {
-        std::string text;
-        int nlen;
-        long want;
-    } cases[] = {{"00ff", 4, 255},        {"1A2b", 4, 0x1A2B}, {"0x10", 4, 16 - 256}, {"1234", 2, 0x12},
+    const struct { std::string text; int nlen; long want; } cases[] = {{"00ff", 4, 255},        {"1A2b", 4, 0x1A2B}, {"0x10", 4, 16 - 256}, {"1234", 2, 0x12},
                  {"1234", 0, 0},          {"ffffffff", 8, -1}, {"100000000", 9, 0}};
     for (auto c : cases) EXPECT_EQ(hexToDec(c.text.data(), c.nlen), c.want) << c.text << "/" << c.nlen;
     for (const auto &[result, n, want] : {std::tuple{1, 0, 1}, {1, 15, 32768}, {3, -2, 3}, {-3, 2, -12}, {1, 31, INT_MIN}})
@@ -70,10 +61,7 @@ TEST(Crc16, CheckValuesAndPublishedTableEntries) {
     EXPECT_EQ(crc_of({}), 0xFFFFu);
     EXPECT_EQ(crc_of(Bytes{'1', '2', '3', '4', '5', '6', '7', '8', '9'}), 0x374Bu);
     EXPECT_EQ(crc_of(hex("01 03 00 00 00 01")), 0x840Au);
-    const struct {
-        std::size_t index;
-        uint8_t hi, lo;
-    } entries[] = {{1, 0xC1, 0xC0}, {2, 0x81, 0xC1}, {3, 0x40, 0x01}, {7, 0x41, 0xC2}, {0x80, 0x01, 0xA0}, {255, 0x40, 0x40}};
+    const struct { std::size_t index; uint8_t hi, lo; } entries[] = {{1, 0xC1, 0xC0}, {2, 0x81, 0xC1}, {3, 0x40, 0x01}, {7, 0x41, 0xC2}, {0x80, 0x01, 0xA0}, {255, 0x40, 0x40}};
     for (const auto &e : entries) {
         EXPECT_EQ(kplc::crc::auchCRCHi[e.index], e.hi) << e.index;
         EXPECT_EQ(kplc::crc::auchCRCLo[e.index], e.lo) << e.index;

@@ -26,10 +26,7 @@ TEST(Diagnostics, DumpsPrintTheirLayout) {
     char heads[2][40];
     for (int line = 0; line < 2; ++line)
         std::snprintf(heads[line], sizeof heads[line], "%p (%04d) :\t", static_cast<void *>(bytes + 20 * line), 20 * line);
-    const struct {
-        std::function<void()> dump;
-        std::string want;
-    } cases[] = {
+    const struct { std::function<void()> dump; std::string want; } cases[] = {
         {[&] { dump_b(bytes, 11); }, "[dump_b] len=11\r\n0x30 0x31 0x32 0x33 0x34 0x35 0x36 0x37 0x38 0x39 \r\n0x3a \r\n"},
         {[&] { dump_b(bytes, 0); }, "[dump_b] len=0\r\n"},
         {[&] { _dump("rx", bytes, 2); }, "[rx]\tlen=2\r\n0x30 0x31 \r\n"},
@@ -64,10 +61,7 @@ TEST(RawFiles, WriteAndReadByteRangesInPlace) {
     EXPECT_EQ(Write_File(name, "!", 13, 1), 1);  // past the end: a hole of zeros
     EXPECT_EQ(Write_File(name, "x", -1, 1), -1);
     EXPECT_EQ(contents_of(name), std::string("hello World\0\0!", 14));
-    const struct {
-        int addr, count, want_result;
-        std::string want;
-    } reads[] = {{0, 5, 5, "hello"}, {6, 100, 8, std::string("World\0\0!", 8)}, {40, 4, 0, ""}, {0, -1, -1, ""}};
+    const struct { int addr, count, want_result; std::string want; } reads[] = {{0, 5, 5, "hello"}, {6, 100, 8, std::string("World\0\0!", 8)}, {40, 4, 0, ""}, {0, -1, -1, ""}};
     for (const auto &r : reads) {
         EXPECT_EQ(Read_File(name, buf, r.addr, r.count), r.want_result) << r.addr << "/" << r.count;
         EXPECT_EQ(std::string(buf, r.want.size()), r.want) << r.addr << "/" << r.count;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "kplc/support.h"
+#include "testkit/fake_plc.hpp"
 #include "testkit/workdir.hpp"
 
 namespace {
@@ -13,16 +14,11 @@ namespace {
 using kplc::testkit::ScopedWorkdir;
 
 std::string pattern(std::size_t n) {
-    std::string s(n, '\0');
-    for (std::size_t i = 0; i < n; ++i) s[i] = static_cast<char>((i * 7 + 3) & 0xFF);
-    return s;
+    const auto b = kplc::testkit::pattern(n, 3);
+    return {b.begin(), b.end()};
 }
 
-struct DigestCase {
-    const char *what;
-    std::string contents;
-    const char *want;
-};
+struct DigestCase { const char *what; std::string contents; const char *want; };
 class FileDigest : public ::testing::TestWithParam<DigestCase> {};
 
 TEST_P(FileDigest, MatchesTheReferenceDigest) {
@@ -37,8 +33,7 @@ TEST_P(FileDigest, MatchesTheReferenceDigest) {
 
 // RFC 1321 test suite digests (55, 56 and 64 bytes sit at the padding and
 // block boundaries), and a file of many blocks measured with md5sum.
-INSTANTIATE_TEST_SUITE_P(
-    Vectors, FileDigest,
+INSTANTIATE_TEST_SUITE_P(Vectors, FileDigest,
     ::testing::Values(DigestCase{"empty", "", "d41d8cd98f00b204e9800998ecf8427e"},
                       DigestCase{"length_in_a_block_of_its_own_56",
                                  "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
@@ -61,11 +56,7 @@ TEST(CalcFileMD5, RefusalsPrintWhyAndLeaveTheSumAlone) {
     ScopedWorkdir dir;
     std::ofstream("big.bin").put('\0');
     ASSERT_EQ(truncate("big.bin", int64_t{1} << 31), 0);  // 2 GiB, sparse: never read
-    const struct {
-        std::string name;
-        const char *want;
-    } cases[] = {{"missing.bin", "Can not open this file!\n"},
-                 {"\"", "Can not open this file!\n"},
+    const struct { std::string name; const char *want; } cases[] = {{"missing.bin", "Can not open this file!\n"}, {"\"", "Can not open this file!\n"},
                  {"\"" + std::string(5000, 'a') + "\"", "Can not open this file!\n"},
                  {"big.bin", "Sorry! Can not calculate files which larger than 2 GB!\n"}};
     for (auto c : cases) {

@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <span>
-#include <string>
-#include <vector>
 
 #include "kplc/support.h"
 #include "support/text_encoding.hpp"
@@ -13,9 +10,7 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::hex;
-using kplc::testkit::to_hex;
+using namespace kplc::testkit;
 constexpr unsigned short U = 0xAAAA;  // never written
 
 struct ToUnitsCase {
@@ -35,8 +30,7 @@ TEST_P(Utf8ToUnits, ConvertsWithinTheCapacity) {
 }
 
 // The trailing 41 after a multi-byte form shows that the decoder consumed exactly its length.
-INSTANTIATE_TEST_SUITE_P(
-    Table, Utf8ToUnits,
+INSTANTIATE_TEST_SUITE_P(Table, Utf8ToUnits,
     ::testing::Values(ToUnitsCase{"two_bytes", "C3 A9 41", 3, 2, {0xE9, 0x41, 0}},
                       ToUnitsCase{"three_bytes", "E2 82 AC 41", 3, 2, {0x20AC, 0x41, 0}},
                       ToUnitsCase{"four_bytes_low_16_bits", "F0 9F 98 80 41", 3, 2, {0xF600, 0x41, 0}},
@@ -85,8 +79,7 @@ TEST_P(UnitsToUtf8, EncodesEachUnitByItselfWithinTheCapacity) {
 }
 
 // "00 41 20 AC 00 E9" is A (1 byte), euro (3) and e-acute (2).
-INSTANTIATE_TEST_SUITE_P(
-    Table, UnitsToUtf8,
+INSTANTIATE_TEST_SUITE_P(Table, UnitsToUtf8,
     ::testing::Values(ToUtf8Case{"ascii_and_euro", "00 41 20 AC", 4, 0, "41 E2 82 AC 00"},
                       ToUtf8Case{"surrogates_one_by_one", "D8 3D DE 00", 4, 0, "ED A0 BD ED B8 80 00"},
                       ToUtf8Case{"odd_byte_ignored", "00 41 00 42 43", 5, 0, "41 42 00"},

@@ -75,8 +75,7 @@ TEST(TagFileName, ReadAndWriteSidesAgree) {
         for (const uint16_t dev : {0, 7, 65535}) {
             Reg reg{};
             reg._devIndex = dev;
-            char read_side[50];
-            char write_side[50];
+            char read_side[50], write_side[50];
             kplc_get_csv_name(&inst.port.prop, &reg, read_side);
             kplc_get_csv_name1(tcp, nullptr, write_side, dev);
             EXPECT_STREQ(read_side, write_side);

@@ -9,9 +9,7 @@ namespace {
 __attribute__((tls_model("initial-exec"))) thread_local bool t_counting = false;
 __attribute__((tls_model("initial-exec"))) thread_local std::size_t t_count = 0;
 
-inline void note() noexcept {
-    if (t_counting) ++t_count;
-}
+inline void note() noexcept { if (t_counting) ++t_count; }
 
 }  // namespace
 
@@ -19,9 +17,7 @@ namespace kplc::testkit {
 
 AllocCounter::AllocCounter() noexcept : start_(t_count), outer_(!t_counting) { t_counting = true; }
 
-AllocCounter::~AllocCounter() {
-    if (outer_) t_counting = false;
-}
+AllocCounter::~AllocCounter() { if (outer_) t_counting = false; }
 
 std::size_t AllocCounter::allocations() const noexcept { return t_count - start_; }
 
@@ -35,20 +31,11 @@ void *__libc_calloc(std::size_t count, std::size_t size);
 void *__libc_realloc(void *ptr, std::size_t size);
 void __libc_free(void *ptr);
 
-void *malloc(std::size_t size) {
-    note();
-    return __libc_malloc(size);
-}
+void *malloc(std::size_t size) { return note(), __libc_malloc(size); }
 
-void *calloc(std::size_t count, std::size_t size) {
-    note();
-    return __libc_calloc(count, size);
-}
+void *calloc(std::size_t count, std::size_t size) { return note(), __libc_calloc(count, size); }
 
-void *realloc(void *ptr, std::size_t size) {
-    note();
-    return __libc_realloc(ptr, size);
-}
+void *realloc(void *ptr, std::size_t size) { return note(), __libc_realloc(ptr, size); }
 
 void free(void *ptr) { __libc_free(ptr); }
 }

@@ -40,13 +40,8 @@ Bytes hex(std::string_view text) {
 std::string to_hex(std::span<const uint8_t> bytes) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string out;
-    out.reserve(bytes.size() * 3);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        if (i != 0) out.push_back(' ');
-        out.push_back(kDigits[bytes[i] >> 4]);
-        out.push_back(kDigits[bytes[i] & 0x0F]);
-    }
-    return out;
+    for (const uint8_t b : bytes) out += {' ', kDigits[b >> 4], kDigits[b & 0x0F]};
+    return out.empty() ? out : out.substr(1);
 }
 
 // ---------------------------------------------------------------- builders
@@ -89,15 +84,10 @@ Bytes catalogue(const std::vector<std::pair<uint8_t, std::u16string>> &programs)
     for (const auto &[id, name] : programs) {
         const std::size_t name_bytes = 2 * name.size();
         if (name_bytes + 2 > 255) throw std::invalid_argument("catalogue: name too long for one length byte");
-        body.push_back(0);
-        body.push_back(0);
-        body.push_back(static_cast<uint8_t>(name_bytes + 2));  // L
-        body.push_back(0);
-        body.push_back(id);
-        for (char16_t unit : name) {
-            body.push_back(static_cast<uint8_t>(unit >> 8));
-            body.push_back(static_cast<uint8_t>(unit));
-        }
+        const uint8_t entry[] = {0, 0, static_cast<uint8_t>(name_bytes + 2), 0, id};  // 2 bytes, L, 1 byte, id
+        for (const uint8_t b : entry) body.push_back(b);
+        for (const char16_t unit : name)
+            body.push_back(static_cast<uint8_t>(unit >> 8)), body.push_back(static_cast<uint8_t>(unit));
         body.push_back(0);
     }
     return framed(0x0C25, body);
@@ -129,6 +119,12 @@ Bytes resolve(const std::vector<ResolveItem> &items) {
 }
 
 Bytes values(const Bytes &payload) { return framed(0x1E09, payload); }
+
+Bytes pattern(std::size_t n, uint8_t seed) {
+    Bytes b(n);
+    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(seed + i * 7);
+    return b;
+}
 
 Bytes ack(std::size_t size, uint8_t status) {
     Bytes frame(size, 0);
@@ -270,6 +266,16 @@ FakePlc::~FakePlc() { impl_->server->stop(); }
 
 uint16_t FakePlc::port() const { return impl_->server->port(); }
 
+uint16_t FakePlc::closed_port() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(kLoopback)}, .sin_zero = {}};
+    socklen_t len = sizeof a;
+    ::bind(fd, reinterpret_cast<sockaddr *>(&a), len);
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    ::close(fd);
+    return ntohs(a.sin_port);
+}
+
 using Kind = sim::Answer::Kind;
 FakePlc &FakePlc::reply(Bytes bytes) { return impl_->push(*this, make(Kind::Reply, std::move(bytes))); }
 FakePlc &FakePlc::silence() { return impl_->push(*this, make(Kind::Silence)); }
@@ -283,8 +289,7 @@ FakePlc &FakePlc::with_stale(Bytes bytes, Bytes stale) {
 
 void FakePlc::forget_requests() {
     std::lock_guard lock(impl_->mu);
-    impl_->received.clear();
-    impl_->received.shrink_to_fit();
+    std::vector<Bytes>().swap(impl_->received);  // its memory too
 }
 
 std::vector<Bytes> FakePlc::requests() const {

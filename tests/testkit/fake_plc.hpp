@@ -45,6 +45,8 @@ public:
     FakePlc &operator=(const FakePlc &) = delete;
 
     [[nodiscard]] uint16_t port() const;
+    // A loopback port that nothing listens on (connects are refused).
+    static uint16_t closed_port();
 
     // Script steps, each consumed by one received request, in order. With a
     // tag file, empty `bytes` stand for the simulated PLC's own answer.
@@ -97,5 +99,7 @@ Bytes resolve(const std::vector<ResolveItem> &items);
 Bytes values(const Bytes &payload);
 // A write acknowledgement of `size` bytes (at least 12) with status byte 11.
 Bytes ack(std::size_t size = 14, uint8_t status = 0);
+// n bytes seed, seed + 7, seed + 14, ... (mod 256): no run of equal bytes.
+Bytes pattern(std::size_t n, uint8_t seed = 0);
 
 }  // namespace kplc::testkit

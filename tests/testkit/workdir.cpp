@@ -38,12 +38,8 @@ std::string ScopedWorkdir::write_tag_file(uint32_t ip, int dev_index, std::strin
 }
 
 Instance::Instance(uint32_t ip, uint16_t port_no, uint16_t timeout_s, bool datagram) {
-    port.prop._sizeExtra = static_cast<U16>(sizeof port.extra);
-    port.prop._baud = ip;
-    port.prop._datBits = port_no;
-    port.prop._workMode = datagram ? 1 : 0;
-    port.prop._plcGlobalTimeout = timeout_s;
-    port.prop._protocalTimeout1 = 50;
+    port.prop._sizeExtra = static_cast<U16>(sizeof port.extra), port.prop._baud = ip, port.prop._datBits = port_no;
+    port.prop._workMode = datagram ? 1 : 0, port.prop._plcGlobalTimeout = timeout_s, port.prop._protocalTimeout1 = 50;
     drv = kplc_create();
     if (drv == nullptr) throw std::runtime_error("kplc_create failed");
     kplc_init(drv, &port.prop);

@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
 
 #include "check.hpp"
 #include "failure.hpp"
@@ -24,26 +22,12 @@ using ::testing::HasSubstr;
 using kplc::testkit::to_hex;
 
 constexpr const char *kTags =
-    "1,Counter,DINT,,4,,DM100,-1\n"
-    "2,Speed,INT,[0..9],20,,EM200,-1\n"
-    "3,Title,STRING,[0..3],80,,,-1\n"
-    "4,Main.Step,UINT,,2,,,0\n"
-    "5,Axis[2,3],REAL,,4,,,-1\n"
-    "6,Cell[1][2].Val,DINT,,4,,,-1\n"
-    "7,Grid,LREAL,[1..2_0..2],48,,,-1\n"
-    "8,Cube,INT,[0..1_0..2_0..3],48,,,-1\n"
-    "9,Flags,BOOL,[0..31],4,,,-1\n"
-    "10,Neg,DINT,[-2..2],20,,,-1\n"
-    "11,Note,WSTRING,,40,,,-1\n"
-    "12,Msg,STRING,,20,,,-1\n"
-    "13,Mask,WORD,,2,,,-1\n"
-    "14,Huge,ULINT,,8,,,-1\n"
-    "15,Ratio,REAL,,4,,,-1\n"
-    "16,Lamp,BOOL,,1,,MR100,-1\n"
-    "17,Long,DINT,[0..299],1200,,,-1\n"
-    "18,Wide,INT,[0..999],2000,,,-1\n"
-    "19,Essay,STRING,,600,,,-1\n"
-    "20,Precise,LREAL,[0..99],800,,,-1\n";
+    "1,Counter,DINT,,4,,DM100,-1\n2,Speed,INT,[0..9],20,,EM200,-1\n3,Title,STRING,[0..3],80,,,-1\n"
+    "4,Main.Step,UINT,,2,,,0\n5,Axis[2,3],REAL,,4,,,-1\n6,Cell[1][2].Val,DINT,,4,,,-1\n"
+    "7,Grid,LREAL,[1..2_0..2],48,,,-1\n8,Cube,INT,[0..1_0..2_0..3],48,,,-1\n9,Flags,BOOL,[0..31],4,,,-1\n"
+    "10,Neg,DINT,[-2..2],20,,,-1\n11,Note,WSTRING,,40,,,-1\n12,Msg,STRING,,20,,,-1\n13,Mask,WORD,,2,,,-1\n"
+    "14,Huge,ULINT,,8,,,-1\n15,Ratio,REAL,,4,,,-1\n16,Lamp,BOOL,,1,,MR100,-1\n17,Long,DINT,[0..299],1200,,,-1\n"
+    "18,Wide,INT,[0..999],2000,,,-1\n19,Essay,STRING,,600,,,-1\n20,Precise,LREAL,[0..99],800,,,-1\n";
 
 const TagSet &tags() {
     static const TagSet set = TagSet::parse(kTags, kplc_pase_str);
@@ -229,11 +213,7 @@ TEST(CliFailure, TellsTheCauseFromTheRelayedTraffic) {
     const auto read = frame({0, 0, 0, 0x18, 0xFF, 0xFF, 0xFF, 0xE7, 0, 2, 0x1E, 0x09, 0, 0, 2, 0, 0, 0,
                              0, 1, 0, 1, 0, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 4});
     std::vector<uint8_t> items(24 + 41, 0);  // two resolve items without extensions, as far as the driver reads
-    const struct {
-        std::vector<TrafficEvent> events;
-        Exit status;
-        std::string message;
-    } cases[] = {
+    const struct { std::vector<TrafficEvent> events; Exit status; std::string message; } cases[] = {
         {{{K::ConnectFailed, {}, 111}}, kExitConnect, "cannot connect to P: Connection refused"},
         {{{K::ConnectFailed, {}, 0}}, kExitConnect, "cannot connect to P: no answer within 3 s"},
         {{{K::Request, resolve, 0}}, kExitNoAnswer, "no answer from the PLC at P within 3 s to the symbol resolve"},

@@ -1,10 +1,8 @@
 // One smoke run per behaviour of the built kplc tool against the built
 // simulator, both as processes on 127.0.0.1, with the sample tag file.
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,12 +16,15 @@
 #include <sstream>
 #include <thread>
 
+#include "testkit/fake_plc.hpp"
+
 extern char **environ;
 
 namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using kplc::testkit::FakePlc;
 using namespace std::chrono_literals;
 
 const std::string kTool = KPLC_BINARY_DIR "/tools/kplc/kplc";
@@ -61,20 +62,7 @@ int wait_for(pid_t pid, std::chrono::milliseconds limit = 30s) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-uint16_t free_port() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in sa{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    socklen_t len = sizeof sa;
-    bind(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&sa), &len);
-    close(fd);
-    return ntohs(sa.sin_port);
-}
-
-struct Result {
-    int status;
-    std::string out, err;
-};
+struct Result { int status; std::string out, err; };
 
 class CliTool : public ::testing::Test {
 protected:
@@ -134,18 +122,16 @@ TEST_F(CliTool, WritesReadBackAndJsonParsesForEveryShape) {
 }
 
 TEST_F(CliTool, TellsEachFailureByItsCauseAndStatus) {
-    const struct {
-        std::vector<std::string> sim;  // empty: nothing listens
-        int status;
-        std::string message;
-    } cases[] = {
+    // sim: the simulator's options (empty: nothing listens).
+    const struct { std::vector<std::string> sim; int status; std::string message; } cases[] = {
         {{}, 5, "cannot connect to 127.0.0.1:"},
         {{"--silent"}, 6, "no answer from the PLC at 127.0.0.1:"},
         {{"--truncate", "24"}, 7, "symbol resolve request was too short (24 bytes): it left out Counter"},
         {{"--refuse"}, 6, "closed the connection"},
     };
     for (const auto &c : cases) {
-        const Result r = kplc({"--timeout", "1", "-q", "read", "Counter"}, c.sim.empty() ? free_port() : start_sim(c.sim));
+        const int port = c.sim.empty() ? FakePlc::closed_port() : start_sim(c.sim);
+        const Result r = kplc({"--timeout", "1", "-q", "read", "Counter"}, port);
         EXPECT_EQ(r.status, c.status) << c.message;
         EXPECT_THAT(r.err, HasSubstr(c.message));
         EXPECT_THAT(r.err, ::testing::Not(HasSubstr("driver:")));  // -q
@@ -178,7 +164,7 @@ TEST_F(CliTool, CtrlCEndsAWaitWithinASecondAndRemovesTheTemporaryFolder) {
 }
 
 TEST_F(CliTool, WatchSaysLinkLostAndBackOnceAndEndsWhenItsReaderGoes) {
-    const uint16_t port = free_port();
+    const uint16_t port = FakePlc::closed_port();
     const pid_t pid = start({"--timeout", "1", "watch", "Counter", "--interval-ms", "50", "--count", "40"}, port);
     std::this_thread::sleep_for(700ms);
     ASSERT_NE(start_sim({}, port), 0);

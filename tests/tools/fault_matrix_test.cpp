@@ -13,12 +13,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <set>
-#include <vector>
 
 #include "kplc/kplc.h"
 #include "testkit/alloc_counter.hpp"
@@ -27,9 +25,7 @@
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::FakePlc;
-using namespace std::chrono_literals;
+using namespace kplc::testkit;
 
 constexpr const char *kTags =
     "1,Count,DINT,,4,,DM100,-1\n2,Speed,INT,,2,,,-1\n3,Title,STRING,,20,,,-1\n4,Main.Step,UINT,,2,,,0\n"
@@ -65,15 +61,13 @@ struct Fenced {
         for (auto &b : bufs) ptrs.push_back(&b);
     }
     ~Fenced() { ::munmap(base, total); }
-    unsigned read(kplc::testkit::Instance &inst) {
+    unsigned read(Instance &inst) {
         for (auto &b : bufs) b.error = 0x55;
         return kplc_mulity_read(inst.drv, &inst.port.prop, regs.data(), static_cast<int>(regs.size()), ptrs.data());
     }
     bool intact() const {
-        const uint8_t *first = static_cast<const uint8_t *>(bufs.back().buff);
-        for (const uint8_t *p = base + page; p < first; ++p)
-            if (*p != kFence) return false;
-        return true;
+        const auto *first = static_cast<const uint8_t *>(bufs.back().buff);
+        return std::all_of(static_cast<const uint8_t *>(base + page), first, [](uint8_t b) { return b == kFence; });
     }
     std::vector<Bytes> values() const {
         std::vector<Bytes> out;
@@ -86,7 +80,7 @@ struct Fenced {
 };
 
 // A write whose value sits flush against a fenced page.
-unsigned fenced_write(kplc::testkit::Instance &inst, uint16_t id, uint32_t nums) {
+unsigned fenced_write(Instance &inst, uint16_t id, uint32_t nums) {
     Fenced value({{id, 0, nums}});
     std::memset(value.bufs[0].buff, 0x07, nums);
     return kplc_write(inst.drv, &inst.port.prop, value.regs.data(), value.bufs[0].buff);
@@ -113,12 +107,12 @@ class FaultMatrix : public ::testing::TestWithParam<FaultRow> {};
 
 TEST_P(FaultMatrix, CallsFailAsDocumentedWriteNothingOutsideAndRecover) {
     const FaultRow &row = GetParam();
-    kplc::testkit::ScopedWorkdir dir;
+    ScopedWorkdir dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     for (const bool write : {false, true}) {
         SCOPED_TRACE(write ? "write" : "read");
         FakePlc plc(FakePlc::Transport::Tcp, kTags);
-        kplc::testkit::Instance inst(FakePlc::kLoopback, plc.port());
+        Instance inst(FakePlc::kLoopback, plc.port());
         // The values the faulted write sends are there already: a write that
         // succeeds despite the fault leaves the healthy values as they are.
         ASSERT_EQ(fenced_write(inst, 1, 4), static_cast<unsigned>(ER_OK));
@@ -144,13 +138,13 @@ TEST_P(FaultMatrix, CallsFailAsDocumentedWriteNothingOutsideAndRecover) {
         EXPECT_EQ(again, static_cast<unsigned>(ER_OK));
         EXPECT_EQ(after.values(), healthy.values());
         EXPECT_TRUE(after.intact());
-        kplc::testkit::release_tag_tables();
+        release_tag_tables();
     }
 }
 
 const std::set<unsigned> kFailed{ER_TIMEOUT, ER_INVALID}, kAny{ER_OK, ER_TIMEOUT, ER_INVALID};
 // A late duplicate of a read by location answer.
-const Bytes kStray = kplc::testkit::hex("00 00 00 10 FF FF FF EF 00 07 00 00 1E 09 00 00 00 00 00 00 00 00 00 00 00 00");
+const Bytes kStray = hex("00 00 00 10 FF FF FF EF 00 07 00 00 1E 09 00 00 00 00 00 00 00 00 00 00 00 00");
 
 // The stray frame follows the call's last answer: a read of kBatch costs four
 // exchanges (two scopes), a write two. An empty reply is the PLC's own answer.
@@ -159,11 +153,10 @@ void stray_after_the_call(FakePlc &p, bool write) {
     p.with_stale({}, kStray);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, FaultMatrix,
+INSTANTIATE_TEST_SUITE_P(All, FaultMatrix,
     ::testing::Values(FaultRow{"silent", [](FakePlc &p, bool) { p.silence().silence().silence(); }, kFailed, kFailed},
                       FaultRow{"drops_connection", [](FakePlc &p, bool) { p.close(); }, kFailed, kFailed},
-                      FaultRow{"header_alone", [](FakePlc &p, bool) { p.reply(kplc::testkit::ack(14)).reply(kplc::testkit::ack(14)); },
+                      FaultRow{"header_alone", [](FakePlc &p, bool) { p.reply(ack(14)).reply(ack(14)); },
                                kFailed, {ER_INVALID}},
                       FaultRow{"noise", [](FakePlc &p, bool) { p.reply(noise(300)).reply(noise(300)); }, kAny, kAny},
                       // 500 bytes beyond the 4096-byte receive area: the next drain takes them.
@@ -181,14 +174,14 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Soak, DISABLED_ManyCallsWithFaultsLeaveDescriptorsAndHeapAsTheyWere) {
     const char *env = std::getenv("KPLC_SOAK_REQUESTS");
     const std::size_t total = env != nullptr ? std::strtoul(env, nullptr, 10) : 2000;
-    kplc::testkit::ScopedWorkdir dir;
+    ScopedWorkdir dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc(FakePlc::Transport::Tcp, kTags);
-    kplc::testkit::Instance inst(FakePlc::kLoopback, plc.port());
+    Instance inst(FakePlc::kLoopback, plc.port());
     Fenced batch(kBatch);
     const std::function<void(FakePlc &)> faults[] = {
         [](FakePlc &p) { p.close(); }, [](FakePlc &p) { p.reply(noise(300)); },
-        [](FakePlc &p) { p.reply(kplc::testkit::ack(14)); }, [](FakePlc &p) { p.with_stale(noise(41), noise(700)); }};
+        [](FakePlc &p) { p.reply(ack(14)); }, [](FakePlc &p) { p.with_stale(noise(41), noise(700)); }};
     // Both measurements with the link up and the fake's request log emptied
     // (the fake runs in this process: its log is heap in use too).
     const auto settle = [&] {
@@ -203,7 +196,7 @@ TEST(Soak, DISABLED_ManyCallsWithFaultsLeaveDescriptorsAndHeapAsTheyWere) {
     // would show as growth, which is what the run checks.
     const auto descriptors_open = [] {
         std::size_t fewest = SIZE_MAX;
-        for (int i = 0; i < 5; ++i, ::usleep(10000)) fewest = std::min(fewest, kplc::testkit::open_descriptors());
+        for (int i = 0; i < 5; ++i, ::usleep(10000)) fewest = std::min(fewest, open_descriptors());
         return fewest;
     };
     std::size_t descriptors = 0, heap = 0, ok = 0;
@@ -223,11 +216,11 @@ TEST(Soak, DISABLED_ManyCallsWithFaultsLeaveDescriptorsAndHeapAsTheyWere) {
     EXPECT_EQ(rc, static_cast<unsigned>(ER_OK));
     EXPECT_GT(ok, total / 2);
     EXPECT_LE(descriptors_open(), descriptors) << "descriptors accumulated over the run";
-    if (kplc::testkit::AllocCounter::available()) {
+    if (AllocCounter::available()) {
         // The fake's bookkeeping moves a few KiB; a leak of one byte per call would show 100 KiB.
         EXPECT_LE(mallinfo2().uordblks, heap + 16384) << "the heap in use grew over the run";
     }
-    kplc::testkit::release_tag_tables();
+    release_tag_tables();
 }
 
 }  // namespace

@@ -7,15 +7,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <vector>
-
 #include "plc.hpp"
 #include "testkit/fake_plc.hpp"
 
 namespace {
 
-using kplc::testkit::Bytes;
-using kplc::testkit::hex;
+using namespace kplc::testkit;
 namespace sim = kplc::sim;
 
 constexpr const char *kTags = "1,Count,DINT,,4,,DM100,-1\n2,Lines,STRING,[0..2],30,,,-1\n3,Main.Step,UINT,,2,,,3\n";
@@ -30,10 +27,7 @@ TEST(SimRobustness, RequestsItCannotServeAreRefusedWithAHeaderAlone) {
     sim::Plc plc(kTags);
     const auto count = plc.peek(sim::kGlobal, "Count", 4);
     ASSERT_TRUE(count);
-    const struct {
-        const char *what, *request;
-        uint16_t status;
-    } cases[] = {
+    const struct { const char *what, *request; uint16_t status; } cases[] = {
         {"frame without command", "00 00 00 00 FF FF FF FF 00 09", sim::kStatusMalformed},
         {"unknown command", "00 00 00 02 FF FF FF FD 00 09 12 34", sim::kStatusUnknownCommand},
         {"resolve cut inside a name", "00 00 00 0C FF FF FF F3 00 09 0C 28 00 01 00 00 00 01 00 01 00",
@@ -72,7 +66,7 @@ TEST(SimRobustness, RequestsItCannotServeAreRefusedWithAHeaderAlone) {
 TEST(SimRobustness, AHeaderThatDoesNotFrameClosesTheConnection) {
     for (const char *header : {"00 00 00 06 FF FF FF F8 00 00 0C 2C 00 00 00 00",  // complement off by one
                                "00 02 00 00 FF FD FF FF 00 00 0C 2C"}) {          // 128 KiB announced
-        kplc::testkit::FakePlc plc(kplc::testkit::FakePlc::Transport::Tcp, kTags);
+        FakePlc plc(FakePlc::Transport::Tcp, kTags);
         const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in a{.sin_family = AF_INET, .sin_port = htons(plc.port()), .sin_addr = {htonl(0x7F000001)}, .sin_zero = {}};
         ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);

@@ -5,9 +5,7 @@
 // three for a bit write that must read its word first.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <functional>
-#include <vector>
 
 #include "kplc/kplc.h"
 #include "testkit/alloc_counter.hpp"
@@ -17,8 +15,7 @@
 
 namespace {
 
-using kplc::testkit::AllocCounter;
-using kplc::testkit::FakePlc;
+using namespace kplc::testkit;
 
 constexpr const char *kTags =
     "1,Count,DINT,,4,,DM100,-1\n2,Levels,INT,[0..9],20,,EM200,-1\n3,Grid,DINT,[0..2_1..3],36,,,-1\n"
@@ -33,10 +30,10 @@ struct Call {
 };
 
 TEST(RequestCost, CallsAreTheirExchangesOnly) {
-    kplc::testkit::ScopedWorkdir dir;
+    ScopedWorkdir dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc(FakePlc::Transport::Tcp, kTags);  // the simulated PLC answers everything
-    kplc::testkit::Instance inst(FakePlc::kLoopback, plc.port());
+    Instance inst(FakePlc::kLoopback, plc.port());
     const Call calls[] = {
         {"read one number", {{1, 0, 4}}, false, 2},
         {"read every global shape", {{1, 0, 4}, {2, 4, 8}, {3, 8, 12}, {4, 15, 30}, {5, 0, 1}, {6, 3, 9}}, false, 2},
@@ -98,7 +95,7 @@ TEST(RequestCost, CallsAreTheirExchangesOnly) {
     if (AllocCounter::available()) {
         EXPECT_GT(loading, 0u);
     }
-    kplc::testkit::release_tag_tables();
+    release_tag_tables();
 }
 
 }  // namespace

@@ -49,10 +49,7 @@ KPLC_FORWARD(polls, int, ppoll, (pollfd * p, unsigned long n, const timespec *t,
 
 namespace kplc::transport_test {
 
-CallProbe::CallProbe() {
-    t_counts = {};
-    t_active = true;
-}
+CallProbe::CallProbe() { t_counts = {}, t_active = true; }
 CallProbe::~CallProbe() { t_active = false; }
 CallCounts CallProbe::counts() const { return t_counts; }
 

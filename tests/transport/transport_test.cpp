@@ -12,10 +12,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
 #include <functional>
-#include <string>
 #include <tuple>
 
 #include "kplc/kplc.h"
@@ -24,20 +22,10 @@
 
 namespace {
 
-using kplc::testkit::ack;
-using kplc::testkit::Bytes;
-using kplc::testkit::FakePlc;
-using kplc::testkit::hex;
-using kplc::testkit::to_hex;
-using namespace std::chrono_literals;
+using namespace kplc::testkit;
 
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
-Bytes pattern(std::size_t n, uint8_t seed = 0) {
-    Bytes b(n);
-    for (std::size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(seed + i * 7);
-    return b;
-}
 Bytes part(const Bytes &b, std::size_t from, std::size_t n = std::string::npos) {
     const auto first = b.begin() + static_cast<std::ptrdiff_t>(from);
     return Bytes(first, n == std::string::npos ? b.end() : first + static_cast<std::ptrdiff_t>(n));
@@ -57,15 +45,6 @@ sockaddr_in bound(int fd, socklen_t &len) {
     ::bind(fd, reinterpret_cast<sockaddr *>(&a), len);
     getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
     return a;
-}
-
-// A loopback port that nothing listens on (connects are refused).
-uint16_t closed_port() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    socklen_t len;
-    const uint16_t port = ntohs(bound(fd, len).sin_port);
-    ::close(fd);
-    return port;
 }
 
 // A loopback listener whose accept queue is full: the kernel drops further
@@ -96,12 +75,10 @@ struct Link {
     PLC_TCP_INIT_PARAMETERS tcp{};
     PLC_DRV_INIT_SETTINGS settings{};
     explicit Link(uint16_t port, bool stream = true) {
-        tcp.ipaddr = static_cast<int>(FakePlc::kLoopback);
-        tcp.port = static_cast<int16_t>(port);
+        tcp.ipaddr = static_cast<int>(FakePlc::kLoopback), tcp.port = static_cast<int16_t>(port);
         tcp.mode = stream ? 'U' : 0;
         settings.serial_handle = 77;  // a failed connect must leave the caller's value alone
-        settings.response_timeout = 1;
-        settings.timeout1 = 50;
+        settings.response_timeout = 1, settings.timeout1 = 50;
     }
     ~Link() {
         if (settings.serial_handle != 77 && is_open(settings.serial_handle)) ::close(settings.serial_handle);
@@ -136,7 +113,7 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
     const Failure &f = GetParam();
     FullListener full;
     if (f.port == 1 && !full.ready) GTEST_SKIP() << "this system does not hold back connects to a full listener";
-    const std::size_t before = kplc::testkit::open_descriptors();
+    const std::size_t before = open_descriptors();
     {
         FakePlc plc;
         Link link(f.port == 0 ? plc.port() : f.port == 1 ? full.port : f.port);
@@ -149,64 +126,52 @@ TEST_P(LinkFailures, ReportCloseAndLeakNothing) {
         EXPECT_TRUE(out.ends_with(f.printed)) << out;
         EXPECT_GE(took, f.at_least);
         EXPECT_LT(took, f.at_least + 1500ms);
-        if (f.opened) {
+        if (f.opened)
             EXPECT_FALSE(is_open(link.settings.serial_handle)) << "a failed exchange closes its socket";
-        } else {
+        else
             EXPECT_EQ(link.settings.serial_handle, 77) << "a failed connect leaves the handle alone";
-        }
     }
-    EXPECT_EQ(kplc::testkit::open_descriptors(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 int connect_only(Link &l, FakePlc &) { return l.connect(); }
+constexpr const char *kConnectFailed = "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n";
 
-INSTANTIATE_TEST_SUITE_P(
-    All, LinkFailures,
-    ::testing::Values(
-        Failure{"refused", connect_only, closed_port(), "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n",
-                false},
+INSTANTIATE_TEST_SUITE_P(All, LinkFailures, ::testing::Values(
+        Failure{"refused", connect_only, FakePlc::closed_port(), kConnectFailed, false},
         // The connect gives up after the send time-out: (timeout2 mod 10) + 3 seconds.
-        Failure{"unanswered", connect_only, 1, "no matching relative net\r\nconnect to 127.0.0.1 failed\r\n", false,
-                2900ms},
-        Failure{"missing_interface",
-                [](Link &l, FakePlc &) {
-                    l.tcp.stop_bits = 3;  // wlan0
-                    return if_nametoindex("wlan0") != 0 ? -1 : l.connect();
-                },
-                0, "get ip command error\r\n", false},
-        Failure{"time_out",
-                [](Link &l, FakePlc &plc) {
-                    plc.silence();
-                    Bytes r;
-                    return l.connect() == 0 ? l.exchange(0, r) : 0;
-                },
-                0, "--timeout--\r\n", true, 1000ms},
+        Failure{"unanswered", connect_only, 1, kConnectFailed, false, 2900ms},
+        Failure{"missing_interface", [](Link &l, FakePlc &) {
+            l.tcp.stop_bits = 3;  // wlan0
+            return if_nametoindex("wlan0") != 0 ? -1 : l.connect();
+        }, 0, "get ip command error\r\n", false},
+        Failure{"time_out", [](Link &l, FakePlc &plc) {
+            plc.silence();
+            Bytes r;
+            return l.connect() == 0 ? l.exchange(0, r) : 0;
+        }, 0, "--timeout--\r\n", true, 1000ms},
         // The PLC closing gives an empty response with the socket open; the
         // next request draws a reset, which a read may report as one more end
         // of stream before the send after it fails.
-        Failure{"peer_close",
-                [](Link &l, FakePlc &plc) {
-                    plc.close();
-                    Bytes r{1};
-                    if (l.connect() != 0 || l.exchange(0, r) != 0 || !r.empty() || !is_open(l.settings.serial_handle))
-                        return 0;
-                    int rc = 0;
-                    for (int i = 0; i < 2 && rc == 0; ++i) rc = l.exchange(1, r);
-                    return rc;
-                },
-                0, "", true},
+        Failure{"peer_close", [](Link &l, FakePlc &plc) {
+            plc.close();
+            Bytes r{1};
+            if (l.connect() != 0 || l.exchange(0, r) != 0 || !r.empty() || !is_open(l.settings.serial_handle))
+                return 0;
+            int rc = 0;
+            for (int i = 0; i < 2 && rc == 0; ++i) rc = l.exchange(1, r);
+            return rc;
+        }, 0, "", true},
         // A send on a reset connection must not raise SIGPIPE (the test would die of it).
-        Failure{"send_on_reset",
-                [](Link &l, FakePlc &plc) {
-                    plc.close();
-                    Bytes r;
-                    if (l.connect() != 0 || l.exchange(0, r) != 0) return 0;
-                    const Bytes frame = request(1);
-                    int rc = 0;
-                    for (int i = 0; i < 3 && rc >= 0; ++i) rc = send_e(frame.data(), 16, &l.settings);
-                    return rc;
-                },
-                0, "send error\n", true}),
+        Failure{"send_on_reset", [](Link &l, FakePlc &plc) {
+            plc.close();
+            Bytes r;
+            if (l.connect() != 0 || l.exchange(0, r) != 0) return 0;
+            const Bytes frame = request(1);
+            int rc = 0;
+            for (int i = 0; i < 3 && rc >= 0; ++i) rc = send_e(frame.data(), 16, &l.settings);
+            return rc;
+        }, 0, "send error\n", true}),
     [](const auto &info) { return std::string(info.param.what); });
 
 // With interface 1 selected, the socket is bound to eth0's address before it connects.
@@ -283,11 +248,10 @@ TEST_P(ExchangeInput, EachExchangeReturnsItsOwnAnswer) {
         const int rc = link.exchange(static_cast<uint8_t>(i), response);
         const std::string out = testing::internal::GetCapturedStdout();
         ASSERT_EQ(rc, want ? 0 : -1) << "exchange " << i;
-        if (want) {
+        if (want)
             EXPECT_EQ(to_hex(response), to_hex(*want)) << "exchange " << i;
-        } else {
+        else
             EXPECT_EQ(out, "--timeout--\r\n");
-        }
     }
     ASSERT_TRUE(plc.wait_for_requests(1));
     const auto requests = plc.requests();
@@ -295,13 +259,11 @@ TEST_P(ExchangeInput, EachExchangeReturnsItsOwnAnswer) {
     setrlimit(RLIMIT_NOFILE, &saved);
 }
 
-const Bytes kBig = pattern(4096 + 600), kStale = pattern(600, 3), kSplit = kplc::testkit::values(pattern(30));
+const Bytes kBig = pattern(4096 + 600), kStale = pattern(600, 3), kSplit = values(pattern(30));
 
 // Stale input is drained, at most 512 bytes, before each request; a reply is
 // one receive of at most 4096 bytes; a time-out of 0 only polls.
-INSTANTIATE_TEST_SUITE_P(
-    All, ExchangeInput,
-    ::testing::Values(
+INSTANTIATE_TEST_SUITE_P(All, ExchangeInput, ::testing::Values(
         Input{"stale_byte", [](FakePlc &p) { p.with_stale(ack(20, 1), {9}).reply(ack(30, 2)); },
               {{1, ack(20, 1)}, {1, ack(30, 2)}}},
         Input{"stale_512_bytes", [](FakePlc &p) { p.with_stale(ack(20, 1), part(kStale, 0, 512)).reply(ack(30, 2)); },
@@ -315,8 +277,7 @@ INSTANTIATE_TEST_SUITE_P(
         Input{"zero_time_out", [](FakePlc &p) { p.silence(); }, {{0, std::nullopt}}},
         Input{"descriptor_above_1023", [](FakePlc &p) { p.with_stale(ack(16, 7), pattern(40)).reply(ack(18, 8)).silence(); },
               {{1, ack(16, 7)}, {1, ack(18, 8)}, {1, std::nullopt}}, false, 1500},
-        Input{"datagram", [](FakePlc &p) { p.reply(kplc::testkit::catalogue_first()); },
-              {{1, kplc::testkit::catalogue_first()}}, true}),
+        Input{"datagram", [](FakePlc &p) { p.reply(catalogue_first()); }, {{1, catalogue_first()}}, true}),
     [](const auto &info) { return std::string(info.param.what); });
 
 }  // namespace

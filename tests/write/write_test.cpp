@@ -4,13 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <numeric>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
@@ -46,9 +43,7 @@ Bytes resolved(uint8_t byte29 = 0, uint8_t byte30 = 0) {
 
 // The names of a symbol resolve request, blank-separated (the test names are ASCII).
 std::string names_in(const Bytes &r) {
-    auto u16 = [&](std::size_t at) -> std::size_t {
-        return at + 1 < r.size() ? std::size_t(r[at] << 8 | r[at + 1]) : 0;
-    };
+    auto u16 = [&](std::size_t at) { return at + 1 < r.size() ? std::size_t(r[at] << 8 | r[at + 1]) : 0; };
     std::size_t at = u16(14) == 0 ? 16 : 22;  // global scope 00 00, program scope 8 bytes
     std::string names;
     for (std::size_t k = u16(at); k > 0; --k) {
@@ -73,10 +68,7 @@ protected:
     void TearDown() override { kplc::testkit::release_tag_tables(); }
     unsigned write(uint16_t tag, uint32_t addr, uint32_t nums, void *value, uint16_t dev_index = 0) {
         Reg reg{};
-        reg.regId = tag;
-        reg.regAddr = addr;
-        reg.regNums = nums;
-        reg._devIndex = dev_index;
+        reg.regId = tag, reg.regAddr = addr, reg.regNums = nums, reg._devIndex = dev_index;
         return kplc_write(instance->drv, &instance->port.prop, &reg, value);
     }
     std::vector<uint16_t> commands() const {
@@ -123,11 +115,10 @@ TEST_P(Writes, SendExactlyTheseRequests) {
     const auto requests = plc.requests();
     ASSERT_EQ(requests.size(), c.sent.size());
     for (std::size_t i = 0; i < requests.size(); ++i) {
-        if (c.sent[i].starts_with("names: ")) {
+        if (c.sent[i].starts_with("names: "))
             EXPECT_EQ(names_in(requests[i]), c.sent[i].substr(7)) << "request " << i;
-        } else {
+        else
             EXPECT_TRUE(testkit::to_hex(requests[i]).ends_with(c.sent[i])) << i << ": " << testkit::to_hex(requests[i]);
-        }
     }
     if (c.result == ER_OK && *c.printed == '\0') {
         EXPECT_EQ(out, "") << "a successful write prints nothing";
