@@ -136,7 +136,7 @@ sed 's/^write 2 0 3412$/write 2 0 3512/' "$here/session.txt" >"$work/changed.scr
 start_sim "$work/mismatch" --replay "$work/normal-rec.pcap" --on-mismatch=model --tags "$root/examples/demo.csv"
 probe "$sim_port" tcp <"$work/changed.script" >"$work/mismatch.txt"
 stop "$sim_pid"
-if grep -q 'request [0-9]* (word write, [0-9]* bytes) matches no recorded request; nearest is recorded request [0-9]* ([0-9]* bytes), 1 bytes differ' "$work/mismatch.err" &&
+if grep -q 'request [0-9]* (word write, [0-9]* bytes) matches no recorded request; nearest is recorded request [0-9]* ([0-9]* bytes), 1 byte differs' "$work/mismatch.err" &&
     grep -q 'offset [0-9]*: live 35, recorded 34$' "$work/mismatch.err" &&
     grep -q ', 1 matched none$' "$work/mismatch.err" &&
     grep -q '^write 2 0 3512 -> 0$' "$work/mismatch.txt"; then ok; else

@@ -449,8 +449,9 @@ std::optional<Answer> Replay::respond(std::span<const uint8_t> request) {
         const uint16_t command = request.size() >= kHeader ? be16(request.data() + 10) : 0;
         std::fprintf(stderr,
                      "kplc-sim: replay: request %zu (%s, %zu bytes) matches no recorded request; nearest is recorded "
-                     "request %zu (%zu bytes), %zu bytes differ\n",
-                     live, command_name(command), request.size(), near.number, near.request.size(), best_distance);
+                     "request %zu (%zu bytes), %zu byte%s\n",
+                     live, command_name(command), request.size(), near.number, near.request.size(), best_distance,
+                     best_distance == 1 ? " differs" : "s differ");
         // The differing bytes, as runs of offsets.
         const std::size_t common = std::min(near.request.size(), request.size());
         for (std::size_t i = 0; i < common;) {
