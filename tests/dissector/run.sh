@@ -14,6 +14,7 @@
 # usage: run.sh [BUILD_DIR]   (default build/debug; needs kplc-sim, kplc, libkplc.so)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../lib/capture.sh"
 root=$(cd "$here/../.." && pwd)
 build=$(cd "${1:-$root/build/debug}" && pwd)
 lua=$root/dissector/kplc.lua
@@ -133,9 +134,7 @@ fi
 
 # Other protocols on loopback (HTTP, DNS, TLS, SSH, Modbus/TCP): each decodes
 # as itself when told its port, and the heuristic claims none of it.
-rc=0
-timeout 1 tcpdump -i lo -w /dev/null 'port 1' >/dev/null 2>&1 || rc=$?
-if [ $rc -ne 124 ]; then
+if ! capture_possible; then
     echo "SKIPPED: tcpdump cannot capture on lo here; no capture of other protocols"
 else
     read -r -a p < <(python3 -c 'import socket
@@ -145,21 +144,9 @@ print(*[x.getsockname()[1] for x in s])')
     openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/key.pem" -out "$work/cert.pem" -subj /CN=localhost \
         -days 1 >/dev/null 2>&1
     others=$work/others.pcap
-    tcpdump -Z root --immediate-mode -B 32768 -i lo -U -w "$others" \
-        "port ${p[0]} or port ${p[1]} or port ${p[2]} or port ${p[3]} or port ${p[4]}" 2>"$work/others.err" &
-    dump=$!
-    for _ in $(seq 100); do grep -q 'listening on' "$work/others.err" && break; sleep 0.05; done
-    sleep 0.2
+    capture_start "$others" "port ${p[0]} or port ${p[1]} or port ${p[2]} or port ${p[3]} or port ${p[4]}"
     python3 "$here/others.py" "$work/cert.pem" "$work/key.pem" "${p[@]}"
-    last=-1
-    for _ in $(seq 40); do
-        sleep 0.3
-        size=$(stat -c %s "$others")
-        [ "$size" = "$last" ] && break
-        last=$size
-    done
-    kill -INT "$dump"
-    wait "$dump" || true
+    capture_stop "$others"
     as=(-d "tcp.port==${p[0]},http" -d "udp.port==${p[1]},dns" -d "tcp.port==${p[2]},tls" -d "tcp.port==${p[3]},ssh"
         -d "tcp.port==${p[4]},mbtcp")
     for proto in http dns tls ssh mbtcp; do

@@ -14,6 +14,7 @@
 # usage: run.sh [BUILD_DIR]   (default build/debug; needs kplc-sim and libkplc.so built there)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../lib/capture.sh"
 root=$(cd "$here/../.." && pwd)
 build=$(cd "${1:-$root/build/debug}" && pwd)
 sim=$build/tools/kplc-sim/kplc-sim
@@ -58,15 +59,9 @@ start_sim() {
 stop() { kill "$1" 2>/dev/null || true; wait "$1" 2>/dev/null || true; }
 probe() { (cd "$work/panel" && "$work/probe" "$@"); }
 
-# tcpdump needs the right to capture on lo (root or CAP_NET_RAW); without it
-# only the simulator's own recordings are replayed.
-# (tcpdump still capturing when timeout stops it: exit status 124.)
+# Without the right to capture on lo only the simulator's own recordings are replayed.
 can_capture=no
-if command -v tcpdump >/dev/null; then
-    rc=0
-    timeout 1 tcpdump -i lo -w /dev/null 'port 1' >/dev/null 2>&1 || rc=$?
-    [ $rc -eq 124 ] && can_capture=yes
-fi
+capture_possible && can_capture=yes
 
 # name | simulator fault options | lines of session.txt | replay options | pause between calls (ms)
 # The PLC closes after 4 requests: the first call's (link start-up, resolve,
@@ -90,28 +85,13 @@ for entry in "${cases[@]}"; do
     live_pid=$sim_pid
     captures=("$name-rec.pcap")
     if [ $can_capture = yes ]; then
-        tcpdump -Z root --immediate-mode -B 32768 -i lo -U -w "$work/$name.pcap" "port $sim_port" 2>"$work/$name-tcpdump.err" &
-        dump=$!
-        pids+=("$dump")
-        for _ in $(seq 100); do grep -q 'listening on' "$work/$name-tcpdump.err" && break; sleep 0.05; done
-        sleep 0.2
+        capture_start "$work/$name.pcap" "port $sim_port"
+        pids+=("$capture_pid")
         captures=("$name.pcap" "${captures[@]}")
     fi
     probe "$sim_port" $transport "$pause" <"$work/$name.script" >"$work/$name-live.txt"
     stop "$live_pid"
-    if [ $can_capture = yes ]; then
-        # tcpdump drops what it has not written yet when it is stopped: wait
-        # until the file stops growing (it can lag behind on a busy machine).
-        last=-1
-        for _ in $(seq 40); do
-            sleep 0.3
-            size=$(stat -c %s "$work/$name.pcap")
-            [ "$size" = "$last" ] && break
-            last=$size
-        done
-        kill -INT "$dump"
-        wait "$dump" || true
-    fi
+    if [ $can_capture = yes ]; then capture_stop "$work/$name.pcap"; fi
 
     for cap in "${captures[@]}"; do
         # shellcheck disable=SC2086
