@@ -46,7 +46,7 @@ std::vector<kplc_tag_str> parse_table(const std::string &text);
 // The runtime's port record with the extra records behind it.
 struct Port {
     CommunicationProperty prop{};
-    unsigned char extra[2 * sizeof(ex_codesys_t)]{};
+    unsigned char extra[2 * sizeof(ex_login_t)]{};
 };
 
 // kplc_create + kplc_init for 127.0.0.1:port.

@@ -33,7 +33,7 @@ enum {
 #define KPLC_ER_NO_WRITER 0xFFFFFFFFu
 
 /* Per-port configuration handed in by the runtime. `_sizeExtra` bytes of
- * ex_codesys_t records follow `_varPort` in memory. */
+ * ex_login_t records follow `_varPort` in memory. */
 typedef struct CommunicationProperty {
     U16 _sizeBase;
     U16 _sizeExtra;
@@ -67,11 +67,11 @@ typedef struct CommunicationProperty {
 } CommunicationProperty;
 
 /* One extra record behind CommunicationProperty (50 bytes each). */
-typedef struct ex_codesys_t {
+typedef struct ex_login_t {
     int16_t enabled;
     char user[24];
     char password[24];
-} ex_codesys_t;
+} ex_login_t;
 
 typedef struct Ex_CommunicationProperty {
     CommunicationProperty base;
@@ -172,19 +172,18 @@ typedef struct PLC_DRV_BUFF {
 
 /* The instance record returned by kplc_create; opaque to the runtime.
  *
- * Lower layers receive it as a PLC_DRV_INIT_SETTINGS. The original framework
- * relied on the word after the first five fields being both `timeout2` and a
- * null `com_device`, which only holds where pointers are 32 bits wide. Here the
- * first member is a complete settings record overlaid on `old_init_settings`
- * (a common initial sequence), so `timeout2` is a field of its own that
- * kplc_init sets to 0 on every pointer width. */
+ * Lower layers receive it as a PLC_DRV_INIT_SETTINGS. The first member is a
+ * complete settings record overlaid on `old_init_settings` (a common initial
+ * sequence), so `timeout2` is a field of its own on every pointer width rather
+ * than a word that doubles as a null `com_device` where pointers are 32 bits
+ * wide; kplc_init sets it to 0. */
 typedef struct PLC_DRV_INIT_SETTINGS_NEW {
     union {
         PLC_DRV_INIT_SETTINGS1 old_init_settings;
         PLC_DRV_INIT_SETTINGS settings;
     } view;
     PLC_TCP_INIT_PARAMETERS old_serial_settings;
-    ex_codesys_t *ex_codesys;
+    ex_login_t *ex_login;
     uint8_t ex_count;
 } PLC_DRV_INIT_SETTINGS_NEW;
 

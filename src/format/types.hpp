@@ -1,7 +1,6 @@
 // The PLC's elementary types: the name a tag file gives, the type code the PLC
-// uses on the wire (193 to 213 coincide with the CIP elementary codes), the
-// width of one element in bits (0: a text whose size comes from the tag's byte
-// length) and how a value's bytes are read. The driver's tag file parser, the
+// uses on the wire (193 to 216), the width of one element in bits (0: a text
+// whose size comes from the tag's byte length) and how a value's bytes are read. The driver's tag file parser, the
 // simulator and the command-line tool all take their types from this table.
 #pragma once
 

@@ -39,10 +39,10 @@ KPLC_API unsigned int kplc_init(void *drv, CommunicationProperty *setting) {
     PLC_TCP_INIT_PARAMETERS &tcp = rec->old_serial_settings;
 
     // The extra records start right after _varPort, that is at the end of the record.
-    rec->ex_codesys = reinterpret_cast<ex_codesys_t *>(reinterpret_cast<unsigned char *>(setting) +
+    rec->ex_login = reinterpret_cast<ex_login_t *>(reinterpret_cast<unsigned char *>(setting) +
                                                        sizeof(CommunicationProperty));
     rec->ex_count = static_cast<uint8_t>(setting->_sizeExtra / kExtraRecordSize);
-    st.ex_codesys = rec->ex_codesys;
+    st.ex_login = rec->ex_login;
     st.tcp_settings = &tcp;
 
     tcp.com_device = nullptr;

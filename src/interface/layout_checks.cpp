@@ -28,9 +28,9 @@ static_assert(offsetof(CommunicationProperty, _varSlave) == 56);
 static_assert(offsetof(CommunicationProperty, _varPort) == 64);
 static_assert(sizeof(CommunicationProperty) == 68);
 
-static_assert(sizeof(ex_codesys_t) == 50);
-static_assert(offsetof(ex_codesys_t, user) == 2);
-static_assert(offsetof(ex_codesys_t, password) == 26);
+static_assert(sizeof(ex_login_t) == 50);
+static_assert(offsetof(ex_login_t, user) == 2);
+static_assert(offsetof(ex_login_t, password) == 26);
 static_assert(offsetof(Ex_CommunicationProperty, sta_no) == 68);
 
 static_assert(offsetof(Reg, plcNo) == 6);
@@ -85,7 +85,7 @@ static_assert(offsetof(PLC_DRV_BUFF, buff) == P);
 // The instance record: the settings view first, so `drv` is the view's address.
 static_assert(offsetof(PLC_DRV_INIT_SETTINGS_NEW, view) == 0);
 static_assert(offsetof(PLC_DRV_INIT_SETTINGS_NEW, old_serial_settings) == (kLP64 ? 24 : 20));
-static_assert(offsetof(PLC_DRV_INIT_SETTINGS_NEW, ex_codesys) == (kLP64 ? 40 : 32));
+static_assert(offsetof(PLC_DRV_INIT_SETTINGS_NEW, ex_login) == (kLP64 ? 40 : 32));
 static_assert(offsetof(PLC_DRV_INIT_SETTINGS_NEW, ex_count) == (kLP64 ? 48 : 36));
 
 static_assert(sizeof(var_attr) == 4);

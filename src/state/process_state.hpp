@@ -34,7 +34,7 @@ inline constexpr std::size_t kEmptyBuffSize = 512;
 struct ProcessState {
     int init;                                 // link flag: 1 when connected and started
     PLC_TCP_INIT_PARAMETERS *tcp_settings;    // endpoint of the instance initialised last
-    ex_codesys_t *ex_codesys;                 // extra records of that instance
+    ex_login_t *ex_login;                 // extra records of that instance
     kplc_plc_tag g_kplc_tags;                 // read-side tag registry head
     kplc_plc_tag g_plc_tags;                  // write-side tag registry head
     uint16_t read_sid;                        // read path sequence counter, never reset

@@ -20,7 +20,7 @@ static void check(int ok, const char *what) {
     if (!ok) ++failures, fprintf(stderr, "FAILED: %s\n", what);
 }
 
-struct port_with_extras { CommunicationProperty prop; ex_codesys_t extra[2]; };
+struct port_with_extras { CommunicationProperty prop; ex_login_t extra[2]; };
 
 int main(int argc, char **argv) {
     if (argc != 2) {
@@ -59,7 +59,7 @@ int main(int argc, char **argv) {
     check(init(drv, &port.prop) == ER_OK, "kplc_init returns ER_OK");
     const PLC_DRV_INIT_SETTINGS_NEW *rec = (const PLC_DRV_INIT_SETTINGS_NEW *)drv;
     check(rec->ex_count == 2, "two extra records counted");
-    check((const void *)rec->ex_codesys == (const void *)port.extra, "extra records located");
+    check((const void *)rec->ex_login == (const void *)port.extra, "extra records located");
     check(rec->view.settings.timeout2 == 0, "lower layers read timeout2 = 0");
     check(rec->old_serial_settings.mode == 'U', "work mode 0 selects a stream socket");
 

@@ -42,10 +42,10 @@ TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     EXPECT_EQ(static_cast<uint32_t>(tcp.ipaddr), 0xC0A8000Au);
     EXPECT_EQ(std::tuple(tcp.port, tcp.mode, rec->ex_count), std::tuple(c.want_port, c.want_mode, c.want_ex_count));
     EXPECT_EQ(tcp.stop_bits, 0) << "a cleared record means no interface binding";
-    EXPECT_EQ(reinterpret_cast<unsigned char *>(rec->ex_codesys), port.extra);
+    EXPECT_EQ(reinterpret_cast<unsigned char *>(rec->ex_login), port.extra);
     const auto &st = kplc::state();
-    EXPECT_EQ(std::tuple(st.tcp_settings, st.ex_codesys, st.init, st.write_sid),
-              std::tuple(&tcp, rec->ex_codesys, 0, 0));
+    EXPECT_EQ(std::tuple(st.tcp_settings, st.ex_login, st.init, st.write_sid),
+              std::tuple(&tcp, rec->ex_login, 0, 0));
     std::free(rec);
 }
 

@@ -40,7 +40,7 @@ struct layout_row { const char *what; size_t got, want; };
 static const struct layout_row layout[] = {
     CP(_sizeExtra, 2), CP(_flag, 4), CP(_workMode, 14), CP(_baud, 16), CP(_datBits, 20), CP(_plcGlobalTimeout, 28),
     CP(_protocalTimeout1, 30), CP(_maxBlockBits, 54), CP(_varSlave, 56), CP(_varPort, 64),
-    SIZE(CommunicationProperty, 68), AT(ex_codesys_t, user, 2), AT(ex_codesys_t, password, 26), SIZE(ex_codesys_t, 50),
+    SIZE(CommunicationProperty, 68), AT(ex_login_t, user, 2), AT(ex_login_t, password, 26), SIZE(ex_login_t, 50),
     AT(Reg, plcNo, 6), AT(Reg, regType, 8), AT(Reg, regId, 10), AT(Reg, regAddr, 12), AT(Reg, regNums, 16),
     AT(Reg, subAddr, 20), AT(Reg, _devIndex, 22), SIZE(Reg, 24),
     AT(DrvRWBuf, buff, P), AT(DrvRWBuf, size, 2 * P), AT(DrvRWBuf, error, 2 * P + 4), SIZE(DrvRWBuf, 2 * P + 8),

@@ -38,7 +38,7 @@ int main(int argc, char **argv) {
     }
     struct {
         CommunicationProperty prop;
-        ex_codesys_t extra[1];
+        ex_login_t extra[1];
     } port{};
     port.prop._sizeExtra = sizeof port.extra;
     port.prop._baud = 0x7F000001;  // 127.0.0.1

@@ -32,7 +32,7 @@ private:
 // A runtime port record with the extra records behind it, as the runtime lays it out.
 struct PortSettings {
     CommunicationProperty prop{};
-    unsigned char extra[2 * sizeof(ex_codesys_t)]{};
+    unsigned char extra[2 * sizeof(ex_login_t)]{};
 };
 
 // A created and initialised driver instance pointed at ip:port.
