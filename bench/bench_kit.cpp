@@ -98,8 +98,8 @@ Driver::Driver(uint16_t tcp_port, uint16_t timeout_s) {
 }
 
 Driver::~Driver() {
-    if (kplc::state().init != 0 && socket() > 0) ::close(socket());
-    kplc::state().init = 0;
+    if (kplc::state().link.up && socket() > 0) ::close(socket());
+    kplc::state().link.up = false;
     std::free(drv);
 }
 

@@ -17,8 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     auto &st = kplc::state();
     kplc::fuzz::Input in({data, size});
     // Start from a catalogue of one known entry, so a failure that changes it shows.
-    st.localNum = 1;
-    std::strcpy(st.LocalInfo[0].name, "Main");
+    st.link.catalogue_size = 1;
+    std::strcpy(st.link.catalogue[0].name, "Main");
     int rc;
     {
         kplc::fuzz::ScriptedLink link(*ws.settings, in.replies());
@@ -28,12 +28,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (rc != ER_OK && rc != ER_INVALID) std::abort();
     // A refused catalogue keeps the old one; a loaded one holds at most the
     // count the PLC announced, each id one byte as sent.
-    if (rc != ER_OK && st.localNum != 1) std::abort();
-    if (st.localNum > 255) std::abort();
-    for (uint32_t i = 0; i < st.localNum; ++i)
-        if (st.LocalInfo[i].local_id > 255) std::abort();
-    for (uint32_t i = 0; i < st.localNum; ++i)
-        if (std::memchr(st.LocalInfo[i].name, 0, sizeof st.LocalInfo[i].name) == nullptr) std::abort();
+    if (rc != ER_OK && st.link.catalogue_size != 1) std::abort();
+    if (st.link.catalogue_size > 255) std::abort();
+    for (uint32_t i = 0; i < st.link.catalogue_size; ++i)
+        if (st.link.catalogue[i].local_id > 255) std::abort();
+    for (uint32_t i = 0; i < st.link.catalogue_size; ++i)
+        if (std::memchr(st.link.catalogue[i].name, 0, sizeof st.link.catalogue[i].name) == nullptr) std::abort();
     if (kplc::fuzz::descriptor_leaked()) std::abort();
     return 0;
 }

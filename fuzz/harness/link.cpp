@@ -38,7 +38,7 @@ void ScriptedLink::open(PLC_DRV_INIT_SETTINGS &settings) {
     // Replies larger than the pair's buffer are cut rather than block the run.
     ::fcntl(peer_, F_SETFL, ::fcntl(peer_, F_GETFL) | O_NONBLOCK);
     settings.serial_handle = kDriverFd;
-    kplc::state().init = 1;
+    kplc::state().link.up = true;
     g_active = this;
 }
 

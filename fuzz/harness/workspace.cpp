@@ -149,11 +149,11 @@ Workspace make() {
     // every run: Main is program 0 and Aux program 1, as the simulator numbers
     // them from this tag file (the seeds are its real answers).
     auto &st = kplc::state();
-    st.LocalInfo[0].local_id = 0;
-    std::strcpy(st.LocalInfo[0].name, "Main");
-    st.LocalInfo[1].local_id = 1;
-    std::strcpy(st.LocalInfo[1].name, "Aux");
-    st.localNum = 2;
+    st.link.catalogue[0].local_id = 0;
+    std::strcpy(st.link.catalogue[0].name, "Main");
+    st.link.catalogue[1].local_id = 1;
+    std::strcpy(st.link.catalogue[1].name, "Aux");
+    st.link.catalogue_size = 2;
     (void)descriptor_leaked();  // sets the mark
     return ws;
 }

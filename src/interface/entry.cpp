@@ -1,11 +1,12 @@
 // The entry points the panel runtime finds by name, and the framework's init.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "support/instance.hpp"
-#include "state/process_state.hpp"
 #include "kplc/driver.h"
+#include "protocol/read_batch.hpp"
+#include "state/process_state.hpp"
+#include "support/instance.hpp"
+#include "write/tables.hpp"
 
 namespace {
 
@@ -18,54 +19,25 @@ constexpr uint16_t kDriverVersion = 10;
 constexpr uint16_t kFrameworkDriverNo = 722;
 constexpr uint16_t kFrameworkVersion = 1;
 
-// Every extra record behind CommunicationProperty is 50 bytes long.
-constexpr unsigned kExtraRecordSize = 50;
-
 }  // namespace
 
 extern "C" {
 
-KPLC_API void *kplc_create(void) {
-    // Cleared, so that nothing the runtime does not configure (the local
-    // interface selector above all) holds garbage: selector 0 means no binding.
-    void *record = std::calloc(1, sizeof(PLC_DRV_INIT_SETTINGS_NEW));
-    if (record == nullptr) std::printf("%s malloc error\r\n", "kplc_create");
-    return record;
-}
+KPLC_API void *kplc_create(void) { return kplc::create_instance(); }
 
+// A new instance takes over the link: its endpoint becomes the link's, and
+// both paths forget the tag tables they loaded. Nothing is connected yet.
 KPLC_API unsigned int kplc_init(void *drv, CommunicationProperty *setting) {
-    auto &st = kplc::state();
-    auto *rec = static_cast<PLC_DRV_INIT_SETTINGS_NEW *>(drv);
-    PLC_TCP_INIT_PARAMETERS &tcp = rec->old_serial_settings;
-
-    // The extra records start right after _varPort, that is at the end of the record.
-    rec->ex_login = reinterpret_cast<ex_login_t *>(reinterpret_cast<unsigned char *>(setting) +
-                                                       sizeof(CommunicationProperty));
-    rec->ex_count = static_cast<uint8_t>(setting->_sizeExtra / kExtraRecordSize);
-    st.ex_login = rec->ex_login;
-    st.tcp_settings = &tcp;
-
-    tcp.com_device = nullptr;
-    rec->view.settings.timeout2 = 0;  // what every lower layer reads as timeout2
-    tcp.ipaddr = static_cast<int>(setting->_baud);
-    tcp.mode = setting->_workMode != 0 ? 0 : 'U';
-    tcp.port = static_cast<int16_t>(setting->_datBits);
-    rec->view.old_init_settings.response_timeout = setting->_plcGlobalTimeout;
-    rec->view.old_init_settings.timeout1 = setting->_protocalTimeout1;
-
-    kplc_init_tag(&st.g_kplc_tags);
-    return zel_plc_init(reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(&tcp), kplc::settings_of(drv));
+    PLC_TCP_INIT_PARAMETERS *endpoint = kplc::configure_instance(drv, setting);
+    kplc::state().ex_login = static_cast<PLC_DRV_INIT_SETTINGS_NEW *>(drv)->ex_login;
+    kplc::proto::read::forget_tables();
+    return kplc::write::start_over(endpoint);
 }
 
+// The driver always hands in its TCP parameters here (see PLC_SERIAL_INIT_PARAMETERS).
 KPLC_API unsigned int zel_plc_init(PLC_SERIAL_INIT_PARAMETERS *serial_settings, PLC_DRV_INIT_SETTINGS *settings) {
     (void)settings;
-    auto &st = kplc::state();
-    st.write_sid = 0;
-    st.init = 0;
-    // The driver always hands in its TCP parameters here (see PLC_SERIAL_INIT_PARAMETERS).
-    st.tcp_settings = reinterpret_cast<PLC_TCP_INIT_PARAMETERS *>(serial_settings);
-    kplc_init_tag(&st.g_plc_tags);
-    return 0;
+    return kplc::write::start_over(reinterpret_cast<PLC_TCP_INIT_PARAMETERS *>(serial_settings));
 }
 
 KPLC_API unsigned int kplc_driver_info(void *drv, PLC_DRV_INFO *info) {

@@ -11,13 +11,8 @@
 //   the next entry starts at s + L + 4 (s + 6 when L < 2).
 #include "protocol/catalogue.hpp"
 
-#include <array>
-
-#include "kplc/driver.h"
 #include "protocol/frame.hpp"
-#include "state/process_state.hpp"
 #include "support/text_encoding.hpp"
-#include "transport/exchange.hpp"
 
 namespace kplc::proto {
 namespace {
@@ -32,27 +27,20 @@ constexpr uint8_t kLengthBias = 2;
 
 static_assert(kCatalogueCapacity > 255, "a one-byte entry count always fits the catalogue table");
 
-// One catalogue request and its answer; nullopt when the exchange failed.
-std::optional<std::span<const uint8_t>> ask(Command command, uint16_t sequence, transport::ReceiveArea &response,
-                                            PLC_DRV_INIT_SETTINGS *settings) noexcept {
-    std::array<uint8_t, kRequestSize> request{};
-    const std::size_t len = build_catalogue_request(request, command, sequence);
-    // 16 bytes always fit the request area.
-    return transport::exchange(std::span<const uint8_t>(request).first(len), response, settings);
-}
+}  // namespace
 
-// Parses the program catalogue into the process-wide table. Entries are read
-// only within the received bytes. A catalogue that ends inside an entry keeps
-// the entries that arrived whole (id and all name bytes; the unused byte
-// after the name need not be there) and counts only those: each of them is
-// exactly what the PLC sent, and a partial table still lets the read path
-// address the programs it holds, where refusing would keep the link down
-// against a PLC that always answers the same way.
-void parse_catalogue(std::span<const uint8_t> response) noexcept {
-    auto &st = state();
+// Entries are read only within the received bytes. A catalogue that ends
+// inside an entry keeps the entries that arrived whole (id and all name bytes;
+// the unused byte after the name need not be there) and counts only those:
+// each of them is exactly what the PLC sent, and a partial table still lets
+// the read path address the programs it holds, where refusing would keep the
+// link down against a PLC that always answers the same way.
+std::optional<uint32_t> parse_catalogue(std::span<const uint8_t> response,
+                                        std::span<CatalogueEntry, kCatalogueCapacity> table) noexcept {
+    if (response.size() < kCatalogueMinimum) return std::nullopt;
     FrameReader in(response, kResponseDataOffset);
     uint8_t count = 0;
-    (void)in.u8(count);  // the caller made sure the count was received
+    (void)in.u8(count);  // received: checked above
 
     uint32_t loaded = 0;
     for (; loaded < count; ++loaded) {
@@ -64,36 +52,13 @@ void parse_catalogue(std::span<const uint8_t> response) noexcept {
         if (!name) break;
         (void)in.skip(1);
 
-        Local_MSG &entry = st.LocalInfo[loaded];
+        CatalogueEntry &entry = table[loaded];
         entry.local_id = id;
         // Up to 126 units can take 378 bytes of UTF-8; the name is cut at a
         // character boundary to fit the 256-byte field with its terminator.
         utf16be_to_utf8(*name, std::span<char>(entry.name));
     }
-    st.localNum = loaded;
-}
-
-}  // namespace
-
-Catalogue load_catalogue(PLC_DRV_INIT_SETTINGS *settings) noexcept {
-    transport::ReceiveArea response{};
-    const auto first = ask(Command::FirstCatalogue, 0, response, settings);
-    if (!first) return Catalogue::ExchangeFailed;
-    if (first->empty()) return Catalogue::Refused;
-
-    const auto programs = ask(Command::ProgramCatalogue, 1, response, settings);
-    if (!programs) return Catalogue::ExchangeFailed;
-    if (programs->size() < kCatalogueMinimum) return Catalogue::Refused;
-    parse_catalogue(*programs);
-    return Catalogue::Loaded;
+    return loaded;
 }
 
 }  // namespace kplc::proto
-
-extern "C" {
-
-KPLC_API int xplc_getlocalMSG(PLC_DRV_INIT_SETTINGS *settings) {
-    return kplc::proto::load_catalogue(settings) == kplc::proto::Catalogue::Loaded ? ER_OK : ER_INVALID;
-}
-
-}  // extern "C"

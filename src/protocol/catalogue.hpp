@@ -1,16 +1,19 @@
-// The PLC's program catalogue: its two requests and the parsing of the answer
-// into the process-wide table.
+// The PLC's program catalogue as it arrives in answer to the program
+// catalogue request.
 #pragma once
 
-#include "kplc/records.h"
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "state/process_state.hpp"
 
 namespace kplc::proto {
 
-enum class Catalogue { Loaded, ExchangeFailed, Refused };
-
-// Asks for the catalogue on the open link and fills the table. ExchangeFailed:
-// the socket is closed and the link flag cleared; Refused: an answer was too
-// short, the socket stays open.
-Catalogue load_catalogue(PLC_DRV_INIT_SETTINGS *settings) noexcept;
+// Fills `table` from the start with the entries of the answer and returns
+// their count; nullopt (table untouched) when the answer is too short to hold
+// the entry count.
+std::optional<uint32_t> parse_catalogue(std::span<const uint8_t> response,
+                                        std::span<CatalogueEntry, kCatalogueCapacity> table) noexcept;
 
 }  // namespace kplc::proto

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "kplc/support.h"
+#include "support/text_encoding.hpp"
 
 namespace kplc::proto {
 
@@ -128,8 +128,7 @@ std::optional<std::size_t> name_units(const char *utf8, std::array<uint16_t, kMa
         units[n] = 0;
         return n;
     }
-    const int count = utf8ToUnicode(reinterpret_cast<unsigned char *>(const_cast<char *>(utf8)), units.data(),
-                                    static_cast<int>(units.size()));
+    const int count = utf8_to_units(in, units.data(), static_cast<int>(units.size()));
     // A count equal to the capacity means the text did not fit and was cut.
     if (count < 0 || static_cast<std::size_t>(count) > kMaxNameUnits) return std::nullopt;
     return static_cast<std::size_t>(count);

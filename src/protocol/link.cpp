@@ -1,39 +1,111 @@
-// Starting the link to the PLC: connect, then load the program catalogue.
 #include "protocol/link.hpp"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
-#include "kplc/driver.h"
-#include "kplc/transport.h"
+#include "kplc/records.h"
 #include "protocol/catalogue.hpp"
-#include "state/process_state.hpp"
+#include "protocol/frame.hpp"
+#include "transport/connect.hpp"
 
-namespace kplc {
+namespace kplc::link {
+namespace {
 
-unsigned start_link(PLC_DRV_INIT_SETTINGS *settings) noexcept {
-    if (XPLC_init(settings) != 0) {
+LinkState &self() noexcept { return state().link; }
+
+// One catalogue request (16 bytes, fixed sequence number) and its answer.
+std::optional<std::span<const uint8_t>> ask(proto::Command command, uint16_t sequence,
+                                            transport::ReceiveArea &response,
+                                            PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    std::array<uint8_t, proto::kRequestSize> request{};
+    const std::size_t len = proto::build_catalogue_request(request, command, sequence);
+    return exchange(std::span<const uint8_t>(request).first(len), response, settings);
+}
+
+}  // namespace
+
+int connect(PLC_DRV_INIT_SETTINGS *settings) noexcept { return transport::connect(self().endpoint, settings); }
+
+Catalogue load_catalogue(PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    transport::ReceiveArea response{};
+    const auto first = ask(proto::Command::FirstCatalogue, 0, response, settings);
+    if (!first) return Catalogue::ExchangeFailed;
+    if (first->empty()) return Catalogue::Refused;
+
+    const auto programs = ask(proto::Command::ProgramCatalogue, 1, response, settings);
+    if (!programs) return Catalogue::ExchangeFailed;
+    const auto count = proto::parse_catalogue(*programs, self().catalogue);
+    if (!count) return Catalogue::Refused;
+    self().catalogue_size = *count;
+    return Catalogue::Loaded;
+}
+
+unsigned start(PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    if (connect(settings) != 0) {
         std::puts("zel_plc_read init fail\r");
         return ER_TIMEOUT;
     }
-    const proto::Catalogue result = proto::load_catalogue(settings);
-    if (result != proto::Catalogue::Loaded) {
+    const Catalogue result = load_catalogue(settings);
+    if (result != Catalogue::Loaded) {
         // A refused catalogue leaves the new socket open (a failed exchange has
         // closed it already). Close it here: the next start-up connects again,
         // and repeated refusals must not pile up open connections.
-        if (result == proto::Catalogue::Refused) zel_close_handel(settings->serial_handle);
+        if (result == Catalogue::Refused) ::close(settings->serial_handle);
         std::puts("xplc_getlocalMSG fail\r");
         return ER_TIMEOUT;
     }
-    state().init = 1;
+    self().up = true;
     return ER_OK;
 }
 
-}  // namespace kplc
-
-extern "C" {
-
-KPLC_API int XPLC_init(PLC_DRV_INIT_SETTINGS *settings) {
-    return CommunicationSet(kplc::state().tcp_settings, settings);
+unsigned ensure_started(PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    if (self().up) return ER_OK;
+    return start(settings);
 }
 
-}  // extern "C"
+unsigned ensure_connected(PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    if (self().up) return ER_OK;
+    if (connect(settings) != 0) {
+        std::puts("zel_plc_read init fail\r");
+        return ER_TIMEOUT;
+    }
+    self().up = true;
+    return ER_OK;
+}
+
+bool up() noexcept { return self().up; }
+
+const PLC_TCP_INIT_PARAMETERS *endpoint() noexcept { return self().endpoint; }
+
+std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> request,
+                                                 transport::ReceiveArea &response,
+                                                 PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    auto got = transport::exchange(request, response, settings, self().drain_area);
+    if (!got) self().up = false;
+    return got;
+}
+
+uint16_t sequence(Side side) noexcept { return side == Side::Read ? self().read_sid : self().write_sid; }
+
+uint16_t take_sequence(Side side) noexcept {
+    uint16_t &counter = side == Side::Read ? self().read_sid : self().write_sid;
+    return counter++;
+}
+
+std::span<const CatalogueEntry> catalogue() noexcept {
+    return std::span<const CatalogueEntry>(self().catalogue)
+        .first(std::min<std::size_t>(self().catalogue_size, self().catalogue.size()));
+}
+
+std::span<unsigned char> drain_area() noexcept { return self().drain_area; }
+
+void reset(PLC_TCP_INIT_PARAMETERS *endpoint) noexcept {
+    self().write_sid = 0;
+    self().up = false;
+    self().endpoint = endpoint;
+}
+
+}  // namespace kplc::link

@@ -1,5 +1,6 @@
-// What the read entry and every read pass check before they touch a batch,
-// and the read side's tag table of a batch.
+// The read path from the entry's side: one batch read scope by scope, or a
+// single pass; what both check before they touch a batch; the read side's
+// tag tables.
 #pragma once
 
 #include <cstdint>
@@ -37,5 +38,16 @@ struct ScopeSet {
 // one batch, when given) knows the batch, no plan either. Returns the pass's result; refused requests carry their own.
 unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
                    int32_t scope, ScopeSet *in_use = nullptr) noexcept;
+
+// The whole batch: global names, then programs 0 to 7, one pass each. A
+// failed pass ends the batch and its result goes into every request's error.
+unsigned read_batch(void *drv, CommunicationProperty *setting, Reg *reg, int nReg, DrvRWBuf **buff) noexcept;
+
+// One pass of `scope` over a batch (the same checks, its own place numbers).
+unsigned read_one_scope(void *drv, CommunicationProperty *setting, Reg *reg, int nReg, DrvRWBuf **buff,
+                        int scope) noexcept;
+
+// Empties the read side's registry (the tables stay allocated, unreachable).
+void forget_tables() noexcept;
 
 }  // namespace kplc::proto::read

@@ -6,13 +6,11 @@
 #include <optional>
 #include <span>
 
-#include "support/instance.hpp"
-#include "protocol/link.hpp"
-#include "state/process_state.hpp"
-#include "support/places.hpp"
 #include "kplc/driver.h"
+#include "protocol/link.hpp"
 #include "protocol/read_batch.hpp"
 #include "protocol/read_plan.hpp"
+#include "support/instance.hpp"
 #include "transport/exchange.hpp"
 
 namespace {
@@ -40,29 +38,29 @@ void report_refusals(const rd::PassPlan &plan, std::span<const Reg> regs, std::s
 }
 
 unsigned read_scope(rd::PassPlan &plan, std::span<DrvRWBuf *const> bufs, PLC_DRV_INIT_SETTINGS *settings) {
-    auto &st = kplc::state();
+    using kplc::link::Side;
     // Neither buffer is cleared: a request is written byte by byte from its
     // start up to the length sent, and only the bytes received are read.
     std::array<uint8_t, rd::kFrameSize> request;
     kplc::transport::ReceiveArea response;
-    // A failed exchange has cleared the link flag; the next batch starts the link again.
+    // A failed exchange takes the link down; the next batch starts it again.
     auto exchange = [&](std::size_t length) {
-        return kplc::transport::exchange(std::span<const uint8_t>(request).first(length), response, settings);
+        return kplc::link::exchange(std::span<const uint8_t>(request).first(length), response, settings);
     };
 
     // Sequence numbers are taken only by requests that are sent.
-    std::size_t length = rd::build_resolve_request(plan, request, st.read_sid);
+    std::size_t length = rd::build_resolve_request(plan, request, kplc::link::sequence(Side::Read));
     if (length == 0) return ER_INVALID;  // plan_pass refuses every scope that does not fit
-    kplc::next_sid(st.read_sid);
+    (void)kplc::link::take_sequence(Side::Read);
     auto items = exchange(length);
     if (!items) return ER_INVALID;
     if (items->size() < rd::kMinResolveResponse) return ER_TIMEOUT;
 
     // A resolve response too short for one of its items is a response cut
     // short, like one below the minimum length.
-    length = rd::build_location_request(plan, *items, request, st.read_sid);
+    length = rd::build_location_request(plan, *items, request, kplc::link::sequence(Side::Read));
     if (length == 0) return ER_TIMEOUT;
-    kplc::next_sid(st.read_sid);
+    (void)kplc::link::take_sequence(Side::Read);
     auto values = exchange(length);
     if (!values) return ER_INVALID;
     if (values->size() < rd::kMinValueResponse) return ER_TIMEOUT;
@@ -76,16 +74,12 @@ namespace kplc::proto::read {
 unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, std::span<DrvRWBuf *const> bufs,
                    int32_t scope, ScopeSet *in_use) noexcept {
     if (entry.tag_table == nullptr) return ER_INVALID;
-    auto &st = kplc::state();
     PLC_DRV_INIT_SETTINGS *settings = kplc::settings_of(drv);
     // The link starts lazily; the catalogue it loads maps program names to ids below.
-    if (st.init == 0) {
-        const unsigned started = kplc::start_link(settings);
-        if (started != ER_OK) return started;
-    }
+    const unsigned started = kplc::link::ensure_started(settings);
+    if (started != ER_OK) return started;
 
-    const std::span<const kplc::Local_MSG> catalogue(st.LocalInfo.data(),
-                                                     std::min<std::size_t>(st.localNum, st.LocalInfo.size()));
+    const std::span<const kplc::CatalogueEntry> catalogue = kplc::link::catalogue();
     const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
     // Which scopes the batch uses is learnt from the first pass's plan, which
     // maps every tag of the batch; the catalogue does not change within a
@@ -102,17 +96,3 @@ unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, st
 }
 
 }  // namespace kplc::proto::read
-
-extern "C" {
-
-KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting, Reg *reg, int nReg,
-                                       DrvRWBuf **buff, int var_mode) {
-    if (!rd::batch_acceptable(drv, setting, reg, nReg, buff)) return ER_INVALID;
-    kplc_plc_tag *entry = rd::batch_tag_table(setting, reg, kplc::place::kReadPassBuild, kplc::place::kReadPassAdd);
-    if (entry == nullptr) return ER_INVALID;
-    const auto count = static_cast<std::size_t>(nReg);
-    return rd::read_pass(drv, *entry, std::span<const Reg>(reg, count), std::span<DrvRWBuf *const>(buff, count),
-                         var_mode);
-}
-
-}  // extern "C"

@@ -235,10 +235,10 @@ const char *describe(Refusal refusal) noexcept {
     return "unknown";
 }
 
-void map_program(kplc_tag_str &tag, std::span<const Local_MSG> catalogue) noexcept {
+void map_program(kplc_tag_str &tag, std::span<const CatalogueEntry> catalogue) noexcept {
     if (tag.mode_type < 0) return;
     const char *program = reinterpret_cast<const char *>(tag.local_name);
-    for (const Local_MSG &entry : catalogue)
+    for (const CatalogueEntry &entry : catalogue)
         if (std::strncmp(entry.name, program, sizeof entry.name) == 0) tag.mode_type = static_cast<int32_t>(entry.local_id);
 }
 
@@ -255,7 +255,7 @@ std::optional<std::size_t> element_utf8_name(std::span<char> out, const RequestP
 }
 
 void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Reg> regs,
-               std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const Local_MSG> catalogue) noexcept {
+               std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const CatalogueEntry> catalogue) noexcept {
     plan.scope = scope;
     plan.size = std::min({regs.size(), bufs.size(), plan.requests.size()});
     plan.reading = 0;
@@ -326,16 +326,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
         refuse_scope(plan);
 }
 
-}  // namespace kplc::proto::read
-
-extern "C" {
-
-KPLC_API int xplc_getnum(int bits, int size) {
-    // A string request is one element here; see the read pass.
-    return kplc::proto::read::element_count<int>(bits, size);
-}
-
-KPLC_API int xplc_gettype(int bits, int num) {
+int width_words(int bits, int num) noexcept {
     switch (bits) {
         case 0: return num;  // a string chunk's own word count
         case 1:
@@ -347,4 +338,4 @@ KPLC_API int xplc_gettype(int bits, int num) {
     }
 }
 
-}  // extern "C"
+}  // namespace kplc::proto::read

@@ -119,6 +119,11 @@ constexpr Size element_count(int bits, Size size) noexcept {
     }
 }
 
+// Words of one element `bits` wide: 1 for BOOL and 16-bit types, 2 and 4
+// for 32- and 64-bit types, 8 for the 8-bit types; a string chunk (width 0)
+// its own word count `num`; 0 for a width no type has.
+int width_words(int bits, int num) noexcept;
+
 // The bit of `scope` in a set of scopes: bit 0 the global names, bit 1 + p
 // program p. Modes beyond program 14 (never read) have none.
 inline uint16_t scope_bit(int32_t scope) noexcept {
@@ -139,7 +144,7 @@ inline uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
 
 // Sets a program-local tag's mode to the catalogue id of its program, matched
 // by name; the last matching entry wins, an unknown program keeps its mode.
-void map_program(kplc_tag_str &tag, std::span<const Local_MSG> catalogue) noexcept;
+void map_program(kplc_tag_str &tag, std::span<const CatalogueEntry> catalogue) noexcept;
 
 // Checks one request against its tag and fills `out` with the elements it
 // covers. Returns the refusal (None when it can be read).
@@ -153,7 +158,7 @@ Refusal shape_request(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &b
 // global one for unknown tag ids). The arrays hold plan.size == regs.size() entries (at most
 // kMaxBatch, each buffer pointer non-null).
 void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Reg> regs,
-               std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const Local_MSG> catalogue) noexcept;
+               std::span<DrvRWBuf *const> bufs, int32_t scope, std::span<const CatalogueEntry> catalogue) noexcept;
 
 // Writes the UTF-8 name of element m of a request into `out`; nullopt when it
 // cannot be formed.

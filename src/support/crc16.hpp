@@ -37,4 +37,8 @@ constexpr std::array<uint8_t, 256> make_lo_table() noexcept {
 inline constexpr std::array<uint8_t, 256> auchCRCHi = make_hi_table();
 inline constexpr std::array<uint8_t, 256> auchCRCLo = make_lo_table();
 
+// The CRC of the first `usDataLen` bytes (none without a message), the byte
+// that goes first on the line in the high half.
+unsigned int crc16(const unsigned char *puchMsg, unsigned char usDataLen) noexcept;
+
 }  // namespace kplc::crc

@@ -2,7 +2,7 @@
 // a line, each line begun by "\r\n".
 #include <cstdio>
 
-#include "kplc/support.h"
+#include "support/utilities.hpp"
 
 namespace {
 
@@ -20,16 +20,16 @@ void dump_bytes(const unsigned char *buf, int len) noexcept {
 
 }  // namespace
 
-extern "C" {
+namespace kplc::support {
 
-KPLC_API void dump_b(unsigned char *buf, int len) {
+void dump_named(const unsigned char *buf, int len) noexcept {
     std::printf("[%s] len=%d", "dump_b", len);
     dump_bytes(buf, len);
 }
 
-KPLC_API void _dump(const char *prefix, unsigned char *buf, int len) {
+void dump_prefixed(const char *prefix, const unsigned char *buf, int len) noexcept {
     std::printf("[%s]\tlen=%d", prefix != nullptr ? prefix : "", len);
     dump_bytes(buf, len);
 }
 
-}  // extern "C"
+}  // namespace kplc::support

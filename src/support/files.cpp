@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "kplc/support.h"
+#include "support/utilities.hpp"
 
 namespace {
 
@@ -28,9 +28,9 @@ bool range_refused(const char *name, const void *buf, int addr, int nWords) noex
 
 }  // namespace
 
-extern "C" {
+namespace kplc::support {
 
-KPLC_API int Read_File(char *file_addr, char *buf, int addr, int nWords) {
+int read_file_range(const char *file_addr, char *buf, int addr, int nWords) noexcept {
     if (range_refused(file_addr, buf, addr, nWords)) return -1;
     const int fd = open_created(file_addr, O_RDONLY);
     if (fd < 0) return -1;
@@ -41,7 +41,7 @@ KPLC_API int Read_File(char *file_addr, char *buf, int addr, int nWords) {
     return result;
 }
 
-KPLC_API int Write_File(char *file_addr, const char *buf, int addr, int nWords) {
+int write_file_range(const char *file_addr, const char *buf, int addr, int nWords) noexcept {
     if (range_refused(file_addr, buf, addr, nWords)) return -1;
     // No O_TRUNC: the bytes outside the written range stay as they are.
     const int fd = open_created(file_addr, O_WRONLY);
@@ -53,4 +53,4 @@ KPLC_API int Write_File(char *file_addr, const char *buf, int addr, int nWords) 
     return result;
 }
 
-}  // extern "C"
+}  // namespace kplc::support

@@ -1,10 +1,10 @@
-// Appending a formatted message to a log file, and the disabled debug print.
+// Appending a formatted message to a log file.
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
-#include "kplc/support.h"
+#include "support/utilities.hpp"
 
 namespace {
 
@@ -14,25 +14,17 @@ constexpr std::size_t kLogMessageSize = 256;
 
 }  // namespace
 
-extern "C" {
+namespace kplc::support {
 
-KPLC_API void zel_log(char *szFileName, const char *format, ...) {
+void append_log(const char *szFileName, const char *format, va_list args) noexcept {
     if (szFileName == nullptr || format == nullptr) return;
     std::FILE *file = std::fopen(szFileName, "a");
     if (file == nullptr) return;
     std::array<char, kLogMessageSize> text{};
-    va_list args;
-    va_start(args, format);
     std::vsnprintf(text.data(), text.size(), format, args);
-    va_end(args);
     // The text goes out as formatted: no line end is added.
     std::fwrite(text.data(), 1, std::strlen(text.data()), file);
     std::fclose(file);
 }
 
-KPLC_API int printf_log(const char *fmt, ...) {
-    (void)fmt;
-    return 0;
-}
-
-}  // extern "C"
+}  // namespace kplc::support

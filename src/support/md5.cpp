@@ -13,7 +13,7 @@
 
 #include <sys/types.h>
 
-#include "kplc/support.h"
+#include "support/utilities.hpp"
 
 namespace {
 
@@ -88,9 +88,9 @@ void read_into(Block &block, std::size_t count, std::FILE *file) {
 
 }  // namespace
 
-extern "C" {
+namespace kplc::support {
 
-KPLC_API int CalcFileMD5(char *filename, char *md5_sum) {
+int file_md5(const char *filename, char *md5_sum) noexcept {
     // Without a name or a place for the digest there is nothing to compute.
     if (filename == nullptr || md5_sum == nullptr) return 0;
 
@@ -164,4 +164,4 @@ KPLC_API int CalcFileMD5(char *filename, char *md5_sum) {
     return 1;
 }
 
-}  // extern "C"
+}  // namespace kplc::support

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "kplc/support.h"
+#include "support/utilities.hpp"
 
 namespace {
 
@@ -22,20 +22,20 @@ constexpr unsigned kMaxSleepMs = 1000;
 
 }  // namespace
 
-extern "C" {
+namespace kplc::support {
 
-KPLC_API void zel_sleep_ms(unsigned int ms) {
+void sleep_ms(unsigned int ms) noexcept {
     if (ms == 0) return;
     if (ms > kMaxSleepMs) ms = kMaxSleepMs;
     sleep_us(static_cast<unsigned long>(ms) * 1000);
 }
 
-KPLC_API void zel_sleep(unsigned int times) { sleep_us(times); }
+void sleep_micro(unsigned int times) noexcept { sleep_us(times); }
 
-KPLC_API void zel_srand(void) {
+void seed_random() noexcept {
     timeval now{};
     gettimeofday(&now, nullptr);
     std::srand(static_cast<unsigned>(now.tv_sec + now.tv_usec));
 }
 
-}  // extern "C"
+}  // namespace kplc::support

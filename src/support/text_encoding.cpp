@@ -4,8 +4,6 @@
 
 #include <array>
 
-#include "kplc/support.h"
-
 namespace kplc {
 
 namespace {
@@ -73,27 +71,23 @@ std::size_t utf16be_to_utf8(std::span<const uint8_t> in, std::span<char> out) no
     return pos;
 }
 
-}  // namespace kplc
-
-extern "C" {
-
-KPLC_API int utf8ToUnicodeChar(unsigned char *ch, int *unicode) {
+int utf8_char_value(const unsigned char *ch, int *unicode) noexcept {
     if (ch == nullptr || unicode == nullptr) return 0;
     uint32_t value = 0;
-    const int length = kplc::utf8_decode_one(ch, value);
+    const int length = utf8_decode_one(ch, value);
     // A six-byte form carries at most 31 bits, so the value fits an int.
     if (length > 0) *unicode = static_cast<int>(value);
     return length;
 }
 
-KPLC_API int utf8ToUnicode(unsigned char *utf8_str, unsigned short *unicode_str, int unicode_str_size) {
+int utf8_to_units(const unsigned char *utf8_str, unsigned short *unicode_str, int unicode_str_size) noexcept {
     if (utf8_str == nullptr || unicode_str == nullptr) return 0;
     int count = 0;
     unsigned short *out = unicode_str;
     const unsigned char *in = utf8_str;
     while (*in != 0) {
         uint32_t value = 0;
-        const int length = kplc::utf8_decode_one(in, value);
+        const int length = utf8_decode_one(in, value);
         // A sequence cut short by the terminator ends the text before that
         // character; the count of the characters before it is the result.
         if (length < 1) return count;
@@ -110,15 +104,15 @@ KPLC_API int utf8ToUnicode(unsigned char *utf8_str, unsigned short *unicode_str,
     return count;
 }
 
-KPLC_API void unicodeToUtf8(unsigned char *unicode, int len, unsigned char *utf8) {
+void units_to_utf8(const unsigned char *unicode, int len, unsigned char *utf8) noexcept {
     if (utf8 == nullptr) return;
     // A negative length or a missing input is an empty text.
     const std::size_t bytes = (unicode == nullptr || len < 0) ? 0 : static_cast<std::size_t>(len);
     // The caller provides 3 bytes per unit plus the terminator: the most that
     // any unit takes, so nothing is ever cut at this capacity.
     const std::size_t capacity = 3 * (bytes / 2) + 1;
-    kplc::utf16be_to_utf8(std::span<const uint8_t>(unicode, bytes),
+    utf16be_to_utf8(std::span<const uint8_t>(unicode, bytes),
                           std::span<char>(reinterpret_cast<char *>(utf8), capacity));
 }
 
-}  // extern "C"
+}  // namespace kplc

@@ -1,10 +1,11 @@
 // Names of the tag definition files: one file per PLC address and device
 // index, "./driver/PLC<address as 8 hex digits>_<device index>.csv".
+#include "tags/file_names.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
-#include "kplc/tags.h"
 
 namespace {
 
@@ -21,9 +22,9 @@ static_assert(offsetof(PLC_SERIAL_INIT_PARAMETERS, baud) == offsetof(PLC_TCP_INI
 
 }  // namespace
 
-extern "C" {
+namespace kplc::tags {
 
-KPLC_API void kplc_get_csv_name(CommunicationProperty *setting, Reg *reg, char *csv_name) {
+void port_file_name(const CommunicationProperty *setting, const Reg *reg, char *csv_name) noexcept {
     if (csv_name == nullptr) return;
     if (setting == nullptr || reg == nullptr) {
         csv_name[0] = '\0';  // no file can be named; an empty name opens nothing
@@ -33,8 +34,7 @@ KPLC_API void kplc_get_csv_name(CommunicationProperty *setting, Reg *reg, char *
     form_name(csv_name, setting->_baud, reg->_devIndex);
 }
 
-KPLC_API void kplc_get_csv_name1(PLC_SERIAL_INIT_PARAMETERS *serial_settings, PLC_DRV_REG_ADDR * /*reg_addr*/,
-                                 char *csv_name, int devIndex) {
+void endpoint_file_name(const PLC_SERIAL_INIT_PARAMETERS *serial_settings, char *csv_name, int devIndex) noexcept {
     if (csv_name == nullptr) return;
     if (serial_settings == nullptr) {
         csv_name[0] = '\0';
@@ -44,4 +44,4 @@ KPLC_API void kplc_get_csv_name1(PLC_SERIAL_INIT_PARAMETERS *serial_settings, PL
     form_name(csv_name, static_cast<uint32_t>(tcp->ipaddr), devIndex);
 }
 
-}  // extern "C"
+}  // namespace kplc::tags

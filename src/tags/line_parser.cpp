@@ -11,6 +11,8 @@
 // rewritten) and the walk goes on from where that reading stopped to the
 // column's ',' or the line's end. A column ends at ',' or at the zero byte
 // that ends the text; nothing after a zero byte is looked at.
+#include "tags/line_parser.hpp"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +23,7 @@
 
 #include "format/types.hpp"
 #include "kplc/tags.h"
-#include "tags/device_class.hpp"
+#include "tags/device_text.hpp"
 #include "tags/tag_name.hpp"
 
 namespace {
@@ -384,9 +386,9 @@ void parse_line(Walk walk, kplc_tag_str &tag) noexcept {
 
 }  // namespace
 
-extern "C" {
+namespace kplc::tags {
 
-KPLC_API int kplc_pase_str(char *str, kplc_tag_str *tag) {
+int parse_definition(const char *str, kplc_tag_str *tag) noexcept {
     if (tag == nullptr) return 0;
     // The line is read where it stands and never written. A missing text has
     // no columns at all: id 0, name class 1, no device.
@@ -395,4 +397,4 @@ KPLC_API int kplc_pase_str(char *str, kplc_tag_str *tag) {
     return 0;
 }
 
-}  // extern "C"
+}  // namespace kplc::tags

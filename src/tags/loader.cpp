@@ -6,6 +6,8 @@
 // line feed, as a 256-byte line buffer receives them. Only a chunk that ends
 // in a line feed is a definition, so a line over 255 characters counts once,
 // by its last chunk, and a last line without a line feed does not count.
+#include "tags/loader.hpp"
+
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -16,7 +18,7 @@
 #include <cstring>
 
 #include "format/tag_lines.hpp"
-#include "kplc/tags.h"
+#include "tags/line_parser.hpp"
 
 namespace {
 
@@ -107,9 +109,9 @@ void advise_huge_pages(void *array, std::size_t bytes) noexcept {
 
 }  // namespace
 
-extern "C" {
+namespace kplc::tags {
 
-KPLC_API u32 kplc_build_tagtable(kplc_tag_str **g_tag_table, char *csv_name) {
+u32 load_table(kplc_tag_str **g_tag_table, const char *csv_name) noexcept {
     if (g_tag_table == nullptr || csv_name == nullptr) return 0;  // nowhere to load from or into
 
     FILE *file = std::fopen(csv_name, "r");
@@ -152,7 +154,7 @@ KPLC_API u32 kplc_build_tagtable(kplc_tag_str **g_tag_table, char *csv_name) {
     // than were allocated.
     u32 count = 0;
     for (std::size_t len; count < lines && (len = reader.next_chunk(line)) != 0;)
-        if (kplc::format::is_definition(std::string_view(line.data(), len))) kplc_pase_str(line.data(), &table[count++]);
+        if (kplc::format::is_definition(std::string_view(line.data(), len))) parse_definition(line.data(), &table[count++]);
 
     if (std::fclose(file) != 0) {
         std::printf("[PLC] Close csv file error!!! at line %d\r\n", __LINE__);
@@ -167,4 +169,4 @@ KPLC_API u32 kplc_build_tagtable(kplc_tag_str **g_tag_table, char *csv_name) {
     return count;
 }
 
-}  // extern "C"
+}  // namespace kplc::tags

@@ -1,11 +1,12 @@
 // The registry of loaded tag tables: a ring of entries hanging off a head,
 // newest first, looked up by the tag file's name. Entries are never removed.
+#include "tags/registry.hpp"
+
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "kplc/tags.h"
 
 namespace {
 
@@ -16,23 +17,23 @@ kplc_plc_tag *entry_of(list_head *link) noexcept {
 
 }  // namespace
 
-extern "C" {
+namespace kplc::tags {
 
-KPLC_API void kplc_init_tag(kplc_plc_tag *plc_tags) {
+void init_registry(kplc_plc_tag *plc_tags) noexcept {
     plc_tags->list.next = &plc_tags->list;
     plc_tags->list.prev = &plc_tags->list;
 }
 
-KPLC_API void __list_add(list_head *entry, list_head *prev, list_head *next) {
+void link_between(list_head *entry, list_head *prev, list_head *next) noexcept {
     next->prev = entry;
     entry->next = next;
     entry->prev = prev;
     prev->next = entry;
 }
 
-KPLC_API void list_add(list_head *entry, list_head *head) { __list_add(entry, head, head->next); }
+void link_first(list_head *entry, list_head *head) noexcept { link_between(entry, head, head->next); }
 
-KPLC_API kplc_plc_tag *kplc_get_tagtable(kplc_plc_tag *plc_tags, char *name) {
+kplc_plc_tag *find_table(kplc_plc_tag *plc_tags, const char *name) noexcept {
     list_head *head = &plc_tags->list;
     // A head that was never initialised (zero at load) is an empty registry.
     if (head->next == nullptr || name == nullptr) return nullptr;
@@ -43,7 +44,7 @@ KPLC_API kplc_plc_tag *kplc_get_tagtable(kplc_plc_tag *plc_tags, char *name) {
     return nullptr;
 }
 
-KPLC_API int kplc_add_tagtable(kplc_plc_tag *plc_tags, char *name, kplc_tag_str *tag_table, u32 max_id) {
+int add_table(kplc_plc_tag *plc_tags, const char *name, kplc_tag_str *tag_table, u32 max_id) noexcept {
     auto *entry = static_cast<kplc_plc_tag *>(std::calloc(1, sizeof(kplc_plc_tag)));
     if (entry == nullptr) {
         std::printf("[PLC] malloc plc_tag failed at line %d\r\n", __LINE__);
@@ -59,9 +60,9 @@ KPLC_API int kplc_add_tagtable(kplc_plc_tag *plc_tags, char *name, kplc_tag_str 
     std::memcpy(entry->name, name, size);
     entry->id_max = max_id;
     entry->tag_table = tag_table;
-    if (plc_tags->list.next == nullptr) kplc_init_tag(plc_tags);
-    list_add(&entry->list, &plc_tags->list);
+    if (plc_tags->list.next == nullptr) init_registry(plc_tags);
+    link_first(&entry->list, &plc_tags->list);
     return 1;
 }
 
-}  // extern "C"
+}  // namespace kplc::tags

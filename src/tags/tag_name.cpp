@@ -24,16 +24,7 @@ void split_program_prefix(kplc_tag_str &tag) noexcept {
     tag.name[rest] = '\0';
 }
 
-}  // namespace kplc
-
-extern "C" {
-
-KPLC_API int varParse(unsigned char *varInfo) {
-    if (varInfo == nullptr) return 1;  // no text: no '.'
-    return kplc::name_class(reinterpret_cast<const char *>(varInfo));
-}
-
-KPLC_API void insert(char *str, char *pch, int pos) {
+void insert_char(char *str, const char *pch, int pos) noexcept {
     if (str == nullptr || pch == nullptr || pos < 0) return;
     const std::size_t len = std::strlen(str);
     const auto at = static_cast<std::size_t>(pos);
@@ -43,4 +34,4 @@ KPLC_API void insert(char *str, char *pch, int pos) {
     str[at] = *pch;
 }
 
-}  // extern "C"
+}  // namespace kplc

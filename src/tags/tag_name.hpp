@@ -24,4 +24,8 @@ std::string_view stored_name(const char (&field)[kNameCapacity + 1]) noexcept;
 // into local_name (before) and name (after). Without a '.' nothing changes.
 void split_program_prefix(kplc_tag_str &tag) noexcept;
 
+// Inserts the character *pch into the text `str` before position `pos`
+// (at most at its end; otherwise nothing changes).
+void insert_char(char *str, const char *pch, int pos) noexcept;
+
 }  // namespace kplc

@@ -1,5 +1,7 @@
 // Opening the socket to the PLC: the driver's blocking connect with optional
 // binding to a local interface, and the framework's non-blocking variant.
+#include "transport/connect.hpp"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
@@ -12,7 +14,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "kplc/transport.h"
 #include "transport/address_text.hpp"
 #include "transport/poll_wait.hpp"
 
@@ -57,9 +58,9 @@ int connect_bounded(int sock, const sockaddr_in &server, int64_t bound_ms) {
     const int flags = fcntl(sock, F_GETFL);
     if (flags < 0 || fcntl(sock, F_SETFL, flags | O_NONBLOCK) < 0) {
         // Cannot go non-blocking: fall back on the send time-out to bound it.
-        return zel_connect(sock, reinterpret_cast<const sockaddr *>(&server), sizeof server);
+        return ::connect(sock, reinterpret_cast<const sockaddr *>(&server), sizeof server);
     }
-    int rc = zel_connect(sock, reinterpret_cast<const sockaddr *>(&server), sizeof server);
+    int rc = ::connect(sock, reinterpret_cast<const sockaddr *>(&server), sizeof server);
     int err = rc == 0 ? 0 : errno;
     if (rc != 0 && err == EINPROGRESS) {
         const int ready = kplc::transport::wait_writable(sock, bound_ms);
@@ -80,13 +81,13 @@ int connect_bounded(int sock, const sockaddr_in &server, int64_t bound_ms) {
 
 }  // namespace
 
-extern "C" {
+namespace kplc::transport {
 
-KPLC_API int CommunicationSet(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INIT_SETTINGS *settings) {
+int connect(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INIT_SETTINGS *settings) noexcept {
     const auto text = address_text(static_cast<unsigned int>(tcp_settings->ipaddr));
     // The dotted text always resolves to itself; this only refuses a text the
     // resolver does not accept.
-    if (zel_gethostbyname(text.data()) == 0) {
+    if (::gethostbyname(text.data()) == nullptr) {
         std::puts("error resolving local host\r");
         return -1;
     }
@@ -95,30 +96,30 @@ KPLC_API int CommunicationSet(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INI
 
     // Close-on-exec: the link is the driver's own; a program the host runtime
     // starts must not inherit (and keep open) the PLC connection.
-    const int sock = zel_socket(AF_INET, kind | SOCK_CLOEXEC, 0);
+    const int sock = ::socket(AF_INET, kind | SOCK_CLOEXEC, 0);
     if (sock < 0) {
         std::puts("socket error\r");
         return -1;
     }
 
     sockaddr_in client{};
-    const int local = zel_getClientByDevName(sock, tcp_settings, &client);
+    const int local = local_interface_address(sock, tcp_settings, &client);
     if (local < 0) return -1;  // the lookup has closed the socket
-    if (local == 0 && zel_bind(sock, reinterpret_cast<const sockaddr *>(&client), sizeof client) != 0) {
+    if (local == 0 && ::bind(sock, reinterpret_cast<const sockaddr *>(&client), sizeof client) != 0) {
         std::perror("Bind");
-        zel_close_handel(sock);
+        ::close(sock);
         return -1;
     }
 
     const unsigned send_timeout_s = settings->timeout2 % kSendTimeoutSpan + kSendTimeoutBase;
     const timeval send_timeout{static_cast<time_t>(send_timeout_s), 0};
     const int reuse = 1;
-    (void)zel_setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
-    (void)zel_setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+    (void)::setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+    (void)::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
 
     if (connect_bounded(sock, server, static_cast<int64_t>(send_timeout_s) * 1000) != 0) {
         const int err = errno;
-        zel_close_handel(sock);
+        ::close(sock);
         if (err == ENETUNREACH) {
             std::puts("Network is unreachable\r");
             usleep(kUnreachablePause);
@@ -130,11 +131,7 @@ KPLC_API int CommunicationSet(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INI
     return 0;
 }
 
-KPLC_API int ReCommunicationSet(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INIT_SETTINGS *settings) {
-    return CommunicationSet(tcp_settings, settings);
-}
-
-KPLC_API int zel_getClientByDevName(int sockfd, PLC_TCP_INIT_PARAMETERS *serial_settings, struct sockaddr_in *sin) {
+int local_interface_address(int sockfd, PLC_TCP_INIT_PARAMETERS *serial_settings, sockaddr_in *sin) noexcept {
     const char *name = interface_name(serial_settings->stop_bits);
     if (name == nullptr) {
         std::puts("no matching relative net\r");
@@ -143,7 +140,7 @@ KPLC_API int zel_getClientByDevName(int sockfd, PLC_TCP_INIT_PARAMETERS *serial_
     ifreq request{};
     std::strncpy(request.ifr_name, name, IFNAMSIZ - 1);
     if (ioctl(sockfd, SIOCGIFADDR, &request) != 0) {
-        zel_close_handel(sockfd);
+        ::close(sockfd);
         std::puts("get ip command error\r");
         return -1;
     }
@@ -155,12 +152,12 @@ KPLC_API int zel_getClientByDevName(int sockfd, PLC_TCP_INIT_PARAMETERS *serial_
     return 0;
 }
 
-KPLC_API int SetupTCPComm(PLC_DRV_INIT_SETTINGS *settings, unsigned int ip_addr, int port) {
+int connect_quick(PLC_DRV_INIT_SETTINGS *settings, unsigned int ip_addr, int port) noexcept {
     const auto text = address_text(ip_addr);
     std::printf("server ip = %s\r\n", text.data());
     const sockaddr_in server = server_address(text.data(), static_cast<uint16_t>(port));
 
-    const int sock = zel_socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int sock = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     // Without a socket the connect below could only fail; stop here instead.
     if (sock < 0) return -1;
     const int flags = fcntl(sock, F_GETFL);
@@ -170,36 +167,36 @@ KPLC_API int SetupTCPComm(PLC_DRV_INIT_SETTINGS *settings, unsigned int ip_addr,
     const linger no_linger{1, 0};
     const timeval send_timeout{0, kQuickSendTimeoutUs};
     const int reuse = 1;
-    (void)zel_setsockopt(sock, SOL_SOCKET, SO_LINGER, &no_linger, sizeof no_linger);
-    (void)zel_setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
-    (void)zel_setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+    (void)::setsockopt(sock, SOL_SOCKET, SO_LINGER, &no_linger, sizeof no_linger);
+    (void)::setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+    (void)::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
 
-    if (zel_connect(sock, reinterpret_cast<const sockaddr *>(&server), sizeof server) != 0) {
+    if (::connect(sock, reinterpret_cast<const sockaddr *>(&server), sizeof server) != 0) {
         if (errno != EINPROGRESS) {
-            zel_close_handel(sock);
+            ::close(sock);
             return -1;
         }
         // Connected or failed: either way the socket becomes writable.
         const int ready = kplc::transport::wait_writable(sock, kQuickConnectMs);
         if (ready < 0) {
             std::puts("select error\r");
-            zel_close_handel(sock);
+            ::close(sock);
             return -1;
         }
         if (ready == 0) {
             std::puts("select time out \r");
-            zel_close_handel(sock);
+            ::close(sock);
             return -1;
         }
         int err = 0;
         socklen_t len = sizeof err;
         if (getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &len) != 0) {
             std::puts("getsockopt error\r");
-            zel_close_handel(sock);
+            ::close(sock);
             return -1;
         }
         if (err != 0) {
-            zel_close_handel(sock);
+            ::close(sock);
             return -1;
         }
     }
@@ -208,4 +205,4 @@ KPLC_API int SetupTCPComm(PLC_DRV_INIT_SETTINGS *settings, unsigned int ip_addr,
     return 0;
 }
 
-}  // extern "C"
+}  // namespace kplc::transport

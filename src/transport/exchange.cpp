@@ -5,50 +5,33 @@
 // its length. Input still pending from an earlier exchange (a late answer, the
 // tail of a long one) is thrown away before each request so that it cannot be
 // mistaken for the new response. Any failure after the request was handed over
-// closes the socket; the caller then clears the link flag and the next request
-// opens a new connection.
+// closes the socket; the caller (the link) then counts itself down, and the
+// next request opens a new connection. Nothing here keeps state: the drain
+// area is the caller's.
 #include "transport/exchange.hpp"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 
-#include "kplc/transport.h"
-#include "state/process_state.hpp"
 #include "transport/poll_wait.hpp"
 
 namespace kplc::transport {
 
-std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> request, ReceiveArea &response,
-                                                 PLC_DRV_INIT_SETTINGS *settings) noexcept {
-    int received = 0;
-    // The exported routine takes a non-const pointer but only sends from it.
-    auto *data = const_cast<uint8_t *>(request.data());
-    if (TransRecvSockBuff(data, static_cast<int>(request.size()), response.data(), &received, settings) != 0) {
-        state().init = 0;
-        return std::nullopt;
-    }
-    const auto size = static_cast<std::size_t>(std::clamp(received, 0, static_cast<int>(response.size())));
-    return std::span<const uint8_t>(response).first(size);
-}
-
-}  // namespace kplc::transport
-
-extern "C" {
-
-KPLC_API int EmptyBuffer(int sock) {
-    const int ready = kplc::transport::wait_readable(sock, 0);
+int drain(int sock, std::span<unsigned char> area) noexcept {
+    const int ready = wait_readable(sock, 0);
     if (ready <= 0) return ready;  // -1: the wait failed; 0: nothing pending
     // One read of at most 512 bytes per exchange; anything beyond stays queued
     // and is met by the next exchange's drain.
-    auto &area = kplc::state().EmptyBuff;
     return static_cast<int>(::recv(sock, area.data(), area.size(), 0));
 }
 
-KPLC_API int send_e(const void *msg, int len, PLC_DRV_INIT_SETTINGS *settings) {
+int send_request(const void *msg, int len, PLC_DRV_INIT_SETTINGS *settings,
+                 std::span<unsigned char> drain_area) noexcept {
     const int sock = settings->serial_handle;
-    (void)EmptyBuffer(sock);
+    (void)drain(sock, drain_area);
     // A negative length is a caller's error; it fails like a send would rather
     // than reach send() as a huge size.
     // MSG_NOSIGNAL: a connection the PLC has reset must fail the send, not
@@ -56,35 +39,35 @@ KPLC_API int send_e(const void *msg, int len, PLC_DRV_INIT_SETTINGS *settings) {
     const ssize_t sent = len < 0 ? -1 : ::send(sock, msg, static_cast<std::size_t>(len), MSG_NOSIGNAL);
     if (sent < 0) {
         std::puts("send error");
-        zel_close_handel(sock);
+        ::close(sock);
         return -1;
     }
     return static_cast<int>(sent);
 }
 
-KPLC_API int TransRecvSockBuff(void *send_data, int send_len, void *recv_data, int *recv_len,
-                               PLC_DRV_INIT_SETTINGS *settings) {
+int send_and_receive(const void *send_data, int send_len, void *recv_data, int *recv_len,
+                     PLC_DRV_INIT_SETTINGS *settings, std::span<unsigned char> drain_area) noexcept {
     int total = 0;
-    if (send_e(send_data, send_len, settings) < 0) return -1;
+    if (send_request(send_data, send_len, settings, drain_area) < 0) return -1;
 
     const int sock = settings->serial_handle;
-    const int ready = kplc::transport::wait_readable(sock, static_cast<int64_t>(settings->response_timeout) * 1000);
+    const int ready = wait_readable(sock, static_cast<int64_t>(settings->response_timeout) * 1000);
     if (ready == 0) {
         std::puts("--timeout--\r");
-        zel_close_handel(sock);
+        ::close(sock);
         return -1;
     }
     if (ready < 0) {
         std::puts("--err--\r");
-        zel_close_handel(sock);
+        ::close(sock);
         return -1;
     }
     // One read, straight into the caller's buffer (which has room for the
     // whole receive area): a response split over segments yields what had
     // arrived; a longer one leaves its tail queued for the next drain.
-    const ssize_t got = ::recv(sock, recv_data, kplc::proto::kReceiveArea, 0);
+    const ssize_t got = ::recv(sock, recv_data, proto::kReceiveArea, 0);
     if (got < 0) {
-        zel_close_handel(sock);
+        ::close(sock);
         return -1;
     }
     // 0: the PLC closed the connection. The exchange still succeeds with an
@@ -95,7 +78,7 @@ KPLC_API int TransRecvSockBuff(void *send_data, int send_len, void *recv_data, i
     return 0;
 }
 
-KPLC_API int zel_time_set(PLC_DRV_INIT_SETTINGS *settings, int mode) {
+int wait_for_input(PLC_DRV_INIT_SETTINGS *settings, int mode) noexcept {
     int64_t timeout_ms;
     switch (mode) {
         case 0: timeout_ms = static_cast<int64_t>(settings->response_timeout) * 1000; break;
@@ -104,7 +87,18 @@ KPLC_API int zel_time_set(PLC_DRV_INIT_SETTINGS *settings, int mode) {
         // input without waiting rather than wait for an undefined time.
         default: timeout_ms = 0; break;
     }
-    return kplc::transport::wait_readable(settings->serial_handle, timeout_ms);
+    return wait_readable(settings->serial_handle, timeout_ms);
 }
 
-}  // extern "C"
+std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> request, ReceiveArea &response,
+                                                 PLC_DRV_INIT_SETTINGS *settings,
+                                                 std::span<unsigned char> drain_area) noexcept {
+    int received = 0;
+    if (send_and_receive(request.data(), static_cast<int>(request.size()), response.data(), &received, settings,
+                         drain_area) != 0)
+        return std::nullopt;
+    const auto size = static_cast<std::size_t>(std::clamp(received, 0, static_cast<int>(response.size())));
+    return std::span<const uint8_t>(response).first(size);
+}
+
+}  // namespace kplc::transport

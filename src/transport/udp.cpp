@@ -1,18 +1,19 @@
 // Datagram set-up: the PLC's socket address and an unconnected datagram socket.
+#include "transport/connect.hpp"
+
 #include <netdb.h>
 #include <sys/socket.h>
 
 #include <cstdio>
 #include <cstring>
 
-#include "kplc/transport.h"
 #include "transport/address_text.hpp"
 
-extern "C" {
+namespace kplc::transport {
 
-KPLC_API int get_server_ip(PLC_TCP_INIT_PARAMETERS *tcp_settings, struct sockaddr_in *server_ip) {
-    const auto text = kplc::transport::address_text(static_cast<unsigned int>(tcp_settings->ipaddr));
-    const auto *host = reinterpret_cast<const hostent *>(zel_gethostbyname(text.data()));
+int datagram_server(PLC_TCP_INIT_PARAMETERS *tcp_settings, sockaddr_in *server_ip) noexcept {
+    const auto text = address_text(static_cast<unsigned int>(tcp_settings->ipaddr));
+    const auto *host = ::gethostbyname(text.data());
     if (host == nullptr || host->h_addr_list[0] == nullptr) {
         std::puts("error resolving local host\r");
         return -1;
@@ -24,17 +25,17 @@ KPLC_API int get_server_ip(PLC_TCP_INIT_PARAMETERS *tcp_settings, struct sockadd
     return 0;
 }
 
-KPLC_API int init_udp_comm(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INIT_SETTINGS *settings,
-                           struct sockaddr_in *server_ip) {
-    const int sock = zel_socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+int open_datagram(PLC_TCP_INIT_PARAMETERS *tcp_settings, PLC_DRV_INIT_SETTINGS *settings,
+                  sockaddr_in *server_ip) noexcept {
+    const int sock = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (sock < 0) {
         std::puts("socket error\r");
         return -1;
     }
-    // The socket stays unconnected; the caller sends with zel_sendto to server_ip.
-    (void)get_server_ip(tcp_settings, server_ip);
+    // The socket stays unconnected; the caller sends to server_ip with each datagram.
+    (void)datagram_server(tcp_settings, server_ip);
     settings->serial_handle = sock;
     return 0;
 }
 
-}  // extern "C"
+}  // namespace kplc::transport

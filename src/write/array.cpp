@@ -8,23 +8,27 @@
 #include "kplc/driver.h"
 #include "protocol/names.hpp"
 #include "write/session.hpp"
+#include "write/writers.hpp"
 
+namespace kplc::write {
 namespace {
 
-using namespace kplc::write;
-using kplc::proto::element_name;
-using kplc::proto::kMaxNameUnits;
-using kplc::proto::name_units;
+using proto::element_name;
+using proto::kMaxNameUnits;
+using proto::name_units;
 
 // Bytes of the panel's buffer per 16-bit word.
 constexpr uint32_t kWordBytes = 2;
 
-// `first` and `count` are in elements. A run that does not fit one request
-// (the 1024-byte buffer, or the one-byte symbol and word counts) is refused
-// whole rather than split: a split would make one runtime write two PLC writes
-// that can half succeed.
-unsigned write_run(PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, uint32_t first,
-                   uint32_t count, uint32_t words_per_element) {
+}  // namespace
+
+// A run that does not fit one request (the 1024-byte buffer, or the one-byte
+// symbol and word counts) is refused whole rather than split: a split would
+// make one runtime write two PLC writes that can half succeed.
+unsigned write_run(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, ElementRun run,
+                   const unsigned char *bytes, uint32_t words_per_element) noexcept {
+    const uint32_t first = run.first;
+    const uint32_t count = run.count;
     // A run of no elements still goes out, as a resolve of no names and a
     // word write of no words; its result follows the replies.
     if (count > kMaxNamesPerResolve || count > kMaxWordsPerWrite / words_per_element) {
@@ -54,41 +58,8 @@ unsigned write_run(PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings, const kp
     const Resolution r = send_resolve(session, request.finish(), tag.name);
     if (r.kind != Resolution::Item) return ER_INVALID;
     const uint32_t words = count * words_per_element;
-    const std::span<const uint8_t> value(buff->buff, std::size_t{words} * kWordBytes);
+    const std::span<const uint8_t> value(bytes, std::size_t{words} * kWordBytes);
     return write_words(session, r.item, static_cast<uint8_t>(words), value, ValueOrder::PanelWords, 1);
 }
 
-unsigned write_array(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings,
-                     kplc_plc_tag *list, int regid, uint32_t words_per_element) {
-    const kplc_tag_str *tag = writer_tag(list, regid);
-    if (tag == nullptr || reg_addr == nullptr || !has_value(buff)) return ER_INVALID;
-    uint32_t first = reg_addr->reg_addr;
-    uint32_t count = buff->length;
-    // The dispatch leaves 64-bit offsets and counts in 32-bit units.
-    if (words_per_element == 4) {
-        first >>= 1;
-        count >>= 1;
-    }
-    return write_run(buff, settings, *tag, first, count, words_per_element);
-}
-
-}  // namespace
-
-extern "C" {
-
-KPLC_API unsigned int zel_plc_write_array_words(KPLC_WRITER_ARGS) {
-    return write_array(reg_addr, buff, settings, kplc_tag_list, regid_temp, 1);
-}
-
-KPLC_API unsigned int zel_plc_write_array_dwords(KPLC_WRITER_ARGS) {
-    return write_array(reg_addr, buff, settings, kplc_tag_list, regid_temp, 2);
-}
-
-// The word count sent is four per element written, so that it always matches
-// the value bytes carried (an odd count of 32-bit units would otherwise
-// announce words that are not in the request).
-KPLC_API unsigned int zel_plc_write_array_4words(KPLC_WRITER_ARGS) {
-    return write_array(reg_addr, buff, settings, kplc_tag_list, regid_temp, 4);
-}
-
-}  // extern "C"
+}  // namespace kplc::write

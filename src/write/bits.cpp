@@ -13,15 +13,16 @@
 
 #include "format/device_class.hpp"
 #include "kplc/driver.h"
-#include "kplc/support.h"
 #include "protocol/names.hpp"
+#include "support/bit_fields.hpp"
 #include "write/session.hpp"
+#include "write/writers.hpp"
 
+namespace kplc::write {
 namespace {
 
-using namespace kplc::write;
-using kplc::proto::byte_at;
-using kplc::proto::ResolveItem;
+using proto::byte_at;
+using proto::ResolveItem;
 
 // Where the resolve response carries the bit number of a BOOL.
 constexpr std::size_t kBitNumberOffset = 30;
@@ -72,7 +73,7 @@ std::size_t build_direct(Session &session, const ResolveItem &target, uint8_t de
 
 // Reads the word holding bit `bit`, sets or clears the bit and writes the word
 // back. The previous state of the bit is left in the first value byte.
-unsigned read_modify_write(Session &session, const ResolveItem &target, uint8_t bit, PLC_DRV_BUFF *buff,
+unsigned read_modify_write(Session &session, const ResolveItem &target, uint8_t bit, unsigned char *value,
                            const char *name) {
     if (!sent(session, build_read_word(session.request(), session.sequence(), target), name)) return ER_INVALID;
     if (session.response().empty()) return ER_INVALID;
@@ -85,15 +86,15 @@ unsigned read_modify_write(Session &session, const ResolveItem &target, uint8_t 
     }
     char digits[5];
     std::snprintf(digits, sizeof digits, "%02x%02x", *high, *low);
-    long word = hexToDec(digits, 4);
-    const int weight = mathN(1, bit);
-    const bool wanted = bit_value(buff->buff[0]);
+    long word = support::hex_to_number(digits, 4);
+    const int weight = support::doubled(1, bit);
+    const bool wanted = bit_value(value[0]);
     // The word as the panel would hold it, low byte first; its bit `bit` is
     // copied into the first value byte. One bit only: a structure member BOOL
     // is one bit, and more would read past the two bytes.
     const std::array<uint8_t, 2> scratch{static_cast<uint8_t>(word & 0xFF), static_cast<uint8_t>(word >> 8 & 0xFF)};
-    BatchReadWord(scratch.data(), buff->buff, bit, 1);
-    const bool current = bit_value(buff->buff[0]);
+    support::copy_word_bits(scratch.data(), value, bit, 1);
+    const bool current = bit_value(value[0]);
     if (wanted && !current) word += weight;
     if (!wanted && current) word -= weight;
     const std::array<uint8_t, 2> wire{static_cast<uint8_t>(word >> 8 & 0xFF), static_cast<uint8_t>(word & 0xFF)};
@@ -102,22 +103,17 @@ unsigned read_modify_write(Session &session, const ResolveItem &target, uint8_t 
 
 }  // namespace
 
-extern "C" {
-
-KPLC_API unsigned int zel_plc_write_bits(KPLC_WRITER_ARGS) {
-    (void)reg_addr;
-    const kplc_tag_str *tag = writer_tag(kplc_tag_list, regid_temp);
-    if (tag == nullptr || !has_value(buff)) return ER_INVALID;
+unsigned write_bit(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, const unsigned char *value) noexcept {
     Session session(settings);
-    const Resolution r = resolve_name(session, tag->name, tag->mode_type);
+    const Resolution r = resolve_name(session, tag.name, tag.mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
     uint8_t bit = 0;
-    if (!kplc::format::written_by_set_reset(tag->address)) {
-        const auto b = bit_number_at30(session, tag->name);
+    if (!format::written_by_set_reset(tag.address)) {
+        const auto b = bit_number_at30(session, tag.name);
         if (!b) return ER_INVALID;
         bit = *b;
     }
-    if (!sent(session, build_direct(session, r.item, tag->address, bit_value(buff->buff[0]), bit), tag->name))
+    if (!sent(session, build_direct(session, r.item, tag.address, bit_value(value[0]), bit), tag.name))
         return ER_INVALID;
     // The one writer that checks the PLC's status byte.
     const auto status = byte_at(session.response(), kStatusOffset);
@@ -128,71 +124,62 @@ KPLC_API unsigned int zel_plc_write_bits(KPLC_WRITER_ARGS) {
 // its own offset (e0 + i) mod 16: one value byte per bit, the convention of
 // every BOOL write. Elements whose name does not resolve are skipped; the
 // replies to the bit writes are not examined.
-KPLC_API unsigned int zel_plc_write_array_bits(KPLC_WRITER_ARGS) {
-    const kplc_tag_str *tag = writer_tag(kplc_tag_list, regid_temp);
-    if (tag == nullptr || reg_addr == nullptr || !has_value(buff)) return ER_INVALID;
+unsigned write_bit_run(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, ElementRun run,
+                       const unsigned char *value) noexcept {
     Session session(settings);
-    std::array<char, sizeof tag->name> name{};
-    const uint32_t first = reg_addr->reg_addr;
-    for (uint32_t i = 0; i < buff->length; ++i) {
-        const uint32_t element = first + i;
-        if (!kplc::proto::element_name(name, *tag, tag->attr, element)) {
+    std::array<char, sizeof tag.name> name{};
+    for (uint32_t i = 0; i < run.count; ++i) {
+        const uint32_t element = run.first + i;
+        if (!proto::element_name(name, tag, tag.attr, element)) {
             std::printf("[PLC] element %u of %.255s has no name within 255 characters at line %d\r\n", element,
-                        tag->name, __LINE__);
+                        tag.name, __LINE__);
             return ER_INVALID;
         }
-        const Resolution r = resolve_name(session, name.data(), tag->mode_type);
+        const Resolution r = resolve_name(session, name.data(), tag.mode_type);
         if (r.kind == Resolution::Failed) return ER_INVALID;
         if (r.kind == Resolution::NoItem) continue;
         const auto bit = static_cast<uint8_t>(element % 16);
-        if (!sent(session, build_direct(session, r.item, tag->address, bit_value(buff->buff[i]), bit), name.data()))
+        if (!sent(session, build_direct(session, r.item, tag.address, bit_value(value[i]), bit), name.data()))
             return ER_INVALID;
     }
     return ER_OK;
 }
 
-KPLC_API unsigned int zel_plc_write_bits_struct(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff,
-                                                PLC_DRV_INIT_SETTINGS *settings, unsigned char *var_buffer,
-                                                kplc_plc_tag *kplc_tag_list, int regid_temp) {
-    (void)reg_addr;
-    const kplc_tag_str *tag = writer_tag(kplc_tag_list, regid_temp);
-    if (tag == nullptr || var_buffer == nullptr || !has_value(buff)) return ER_INVALID;
-    const auto *name = reinterpret_cast<const char *>(var_buffer);
+unsigned write_member_bit(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, const char *name,
+                          unsigned char *value) noexcept {
     Session session(settings);
     // Scope and device class come from the tag record, not from the name.
-    const Resolution r = resolve_name(session, name, tag->mode_type);
+    const Resolution r = resolve_name(session, name, tag.mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
-    if (kplc::format::written_by_set_reset(tag->address)) {
+    if (format::written_by_set_reset(tag.address)) {
         const std::size_t length =
-            build_set_reset(session.request(), session.sequence(), r.item, tag->address, bit_value(buff->buff[0]));
+            build_set_reset(session.request(), session.sequence(), r.item, tag.address, bit_value(value[0]));
         if (!sent(session, length, name)) return ER_INVALID;
         return session.response().empty() ? ER_INVALID : ER_OK;
     }
     const auto bit = bit_number_at30(session, name);
     if (!bit) return ER_INVALID;
-    return read_modify_write(session, r.item, *bit, buff, name);
+    return read_modify_write(session, r.item, *bit, value, name);
 }
 
 // A BOOL member reached through an index, without a device area: always a
 // read-modify-write; its bit number is the 16-bit number at response 29-30.
-KPLC_API unsigned int zel_plc_write_array_struct_bits(KPLC_WRITER_ARGS) {
-    (void)reg_addr;
-    const kplc_tag_str *tag = writer_tag(kplc_tag_list, regid_temp);
-    if (tag == nullptr || !has_value(buff)) return ER_INVALID;
+unsigned write_indexed_member_bit(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag,
+                                  unsigned char *value) noexcept {
     Session session(settings);
-    const Resolution r = resolve_name(session, tag->name, tag->mode_type);
+    const Resolution r = resolve_name(session, tag.name, tag.mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
     const auto high = byte_at(session.response(), kBitNumberHighOffset);
     const auto low = byte_at(session.response(), kBitNumberOffset);
     if (!high || !low) {
-        std::printf("[PLC] resolve response for %.255s carries no bit number at line %d\r\n", tag->name, __LINE__);
+        std::printf("[PLC] resolve response for %.255s carries no bit number at line %d\r\n", tag.name, __LINE__);
         return ER_INVALID;
     }
     char digits[5];
     std::snprintf(digits, sizeof digits, "%02x%02x", *high, *low);
-    const auto bit = usable_bit(static_cast<unsigned>(hexToDec(digits, 4)), tag->name);
+    const auto bit = usable_bit(static_cast<unsigned>(support::hex_to_number(digits, 4)), tag.name);
     if (!bit) return ER_INVALID;
-    return read_modify_write(session, r.item, *bit, buff, tag->name);
+    return read_modify_write(session, r.item, *bit, value, tag.name);
 }
 
-}  // extern "C"
+}  // namespace kplc::write

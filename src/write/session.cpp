@@ -3,24 +3,22 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "state/process_state.hpp"
-#include "transport/exchange.hpp"
+#include "protocol/link.hpp"
 
 namespace kplc::write {
 
 std::span<uint8_t> Session::request() noexcept { return request_; }
 
-uint16_t Session::sequence() const noexcept { return state().write_sid; }
+uint16_t Session::sequence() const noexcept { return link::sequence(link::Side::Write); }
 
 Sent Session::send(std::size_t length) noexcept {
     received_ = 0;
     if (length == 0 || length > request_.size()) return Sent::Refused;
-    auto &st = state();
     // After a failed exchange the socket is closed but its descriptor number
     // is still in the settings; nothing may be sent on it until a new connect.
-    if (st.init == 0) return Sent::LinkLost;
-    (void)next_sid(st.write_sid);
-    const auto got = transport::exchange(std::span<const uint8_t>(request_).first(length), response_, settings_);
+    if (!link::up()) return Sent::LinkLost;
+    (void)link::take_sequence(link::Side::Write);
+    const auto got = link::exchange(std::span<const uint8_t>(request_).first(length), response_, settings_);
     if (!got) return Sent::LinkLost;
     received_ = got->size();
     return Sent::Answered;

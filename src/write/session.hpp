@@ -1,6 +1,6 @@
 // One writer call's conversation with the PLC: its request and response
 // buffers (on the caller's stack, nothing on the heap), the write path's
-// sequence numbers and the link flag.
+// sequence numbers and the link's state.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@ namespace kplc::write {
 
 enum class Sent {
     Refused,   // the request could not be built; nothing was sent
-    LinkLost,  // the exchange failed (socket closed, link flag cleared) or the link was already down
+    LinkLost,  // the exchange failed (socket closed, link down) or the link was already down
     Answered,  // a response arrived; it may be empty
 };
 
@@ -35,7 +35,7 @@ public:
 
     // Exchanges the first `length` bytes of the request buffer. A length of 0
     // (a request that did not fit) is Refused and does not use up a sequence
-    // number. A transport failure clears the link flag.
+    // number. A transport failure takes the link down.
     Sent send(std::size_t length) noexcept;
 
     // The bytes of the last response.
@@ -53,8 +53,8 @@ private:
 // The tag record `regid` of a registered table, or null when out of range.
 const kplc_tag_str *tag_at(const kplc_plc_tag *table, int regid) noexcept;
 
-// The writers are exported and may be called with any arguments: the tag
-// record and the value bytes they need, or null after a "[PLC]" line.
+// A writer called through its exported name may get any arguments: the tag
+// record and the value bytes it needs, or null after a "[PLC]" line.
 const kplc_tag_str *writer_tag(const kplc_plc_tag *table, int regid) noexcept;
 bool has_value(const PLC_DRV_BUFF *buff) noexcept;
 

@@ -11,30 +11,32 @@
 #include "kplc/driver.h"
 #include "protocol/names.hpp"
 #include "write/session.hpp"
+#include "write/writers.hpp"
 
+namespace kplc::write {
 namespace {
-
-using namespace kplc::write;
 
 // The text write carries data_len in a single byte: 12 header-and-address
 // bytes plus the text must stay within 255, so at most 242 text bytes
 // (an even number, after the fill byte).
 constexpr uint32_t kMaxTextBytes = 242;
 
-unsigned write_text(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings,
-                    kplc_plc_tag *list, int regid) {
-    const kplc_tag_str *tag = writer_tag(list, regid);
-    if (tag == nullptr || reg_addr == nullptr || !has_value(buff)) return ER_INVALID;
-    const uint32_t n = buff->length;
-    if (n > tag->byte_len) {
+}  // namespace
+
+// The three name forms (plain, structure member, member through an index)
+// are written the same way; the name of the tag record carries the form.
+unsigned write_text(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, ElementRun run,
+                    const unsigned char *bytes) noexcept {
+    const uint32_t n = run.count;
+    if (n > tag.byte_len) {
         std::puts("[PLC]STRING not support mulity write!!!\r");
         return ER_INVALID;
     }
     // byte_len counts the characters of one element plus its terminator; with
     // no character the tag cannot be divided into elements.
-    if (tag->byte_len < 2) {
-        std::printf("[PLC] string tag %.255s has no characters (byte length %u) at line %d\r\n", tag->name,
-                    tag->byte_len, __LINE__);
+    if (tag.byte_len < 2) {
+        std::printf("[PLC] string tag %.255s has no characters (byte length %u) at line %d\r\n", tag.name,
+                    tag.byte_len, __LINE__);
         return ER_INVALID;
     }
     // An odd text gets a zero fill byte to complete its last word.
@@ -42,52 +44,34 @@ unsigned write_text(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT
     // An empty text still goes out: a word write of no words, whose result
     // follows the reply like any other.
     if (padded > kMaxTextBytes) {
-        std::printf("[PLC] string write of %u bytes to %.255s exceeds %u bytes at line %d\r\n", n, tag->name,
+        std::printf("[PLC] string write of %u bytes to %.255s exceeds %u bytes at line %d\r\n", n, tag.name,
                     kMaxTextBytes, __LINE__);
         return ER_INVALID;
     }
 
-    const uint32_t element_size = tag->byte_len - 1;
-    const uint32_t offset = reg_addr->reg_addr;
+    const uint32_t element_size = tag.byte_len - 1;
+    const uint32_t offset = run.first;
     const uint32_t element = offset / element_size;
     // A single string (no upper bound set, e.g. declared [0..0]) is named by
     // the character offset itself; an array element by the character in it.
-    const bool single = tag->ar_max == 0 && tag->ar1_max == 0 && tag->ar2_max == 0;
+    const bool single = tag.ar_max == 0 && tag.ar1_max == 0 && tag.ar2_max == 0;
     const uint32_t character = single ? offset : offset % element_size;
-    std::array<char, sizeof tag->name> name{};
-    if (!kplc::proto::string_element_name(name, *tag, element, character)) {
+    std::array<char, sizeof tag.name> name{};
+    if (!proto::string_element_name(name, tag, element, character)) {
         std::printf("[PLC] character %u of %.255s has no name within 255 characters at line %d\r\n", offset,
-                    tag->name, __LINE__);
+                    tag.name, __LINE__);
         return ER_INVALID;
     }
 
     Session session(settings);
-    const Resolution r = resolve_name(session, name.data(), tag->mode_type);
+    const Resolution r = resolve_name(session, name.data(), tag.mode_type);
     if (r.kind != Resolution::Item) return ER_INVALID;
     // The fill byte is added in a copy: the runtime's buffer is only known to
     // hold n bytes, so nothing is written behind them.
     std::array<uint8_t, kMaxTextBytes> text{};
-    std::copy_n(buff->buff, n, text.begin());
+    std::copy_n(bytes, n, text.begin());
     const std::span<const uint8_t> value(text.data(), padded);
     return write_words(session, r.item, static_cast<uint8_t>(padded / 2), value, ValueOrder::Wire, 1);
 }
 
-}  // namespace
-
-// The three name forms (plain, structure member, member through an index)
-// are written the same way; the name of the tag record carries the form.
-extern "C" {
-
-KPLC_API unsigned int zel_plc_write_string(KPLC_WRITER_ARGS) {
-    return write_text(reg_addr, buff, settings, kplc_tag_list, regid_temp);
-}
-
-KPLC_API unsigned int zel_plc_write_string_struct(KPLC_WRITER_ARGS) {
-    return write_text(reg_addr, buff, settings, kplc_tag_list, regid_temp);
-}
-
-KPLC_API unsigned int zel_plc_write_array_struct_string(KPLC_WRITER_ARGS) {
-    return write_text(reg_addr, buff, settings, kplc_tag_list, regid_temp);
-}
-
-}  // extern "C"
+}  // namespace kplc::write

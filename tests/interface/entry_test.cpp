@@ -44,8 +44,8 @@ TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     EXPECT_EQ(tcp.stop_bits, 0) << "a cleared record means no interface binding";
     EXPECT_EQ(reinterpret_cast<unsigned char *>(rec->ex_login), port.extra);
     const auto &st = kplc::state();
-    EXPECT_EQ(std::tuple(st.tcp_settings, st.ex_login, st.init, st.write_sid),
-              std::tuple(&tcp, rec->ex_login, 0, 0));
+    EXPECT_EQ(std::tuple(st.link.endpoint, st.ex_login, st.link.up, st.link.write_sid),
+              std::tuple(&tcp, rec->ex_login, false, 0));
     std::free(rec);
 }
 
@@ -63,23 +63,23 @@ TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     kplc_init(drv, &port.prop);
     static kplc_tag_str table[1];
     char name[] = "./driver/PLC00000000_0.csv", other[] = "./driver/PLC00000000_1.csv";
-    ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, name, table, 1), 1);
-    ASSERT_EQ(kplc_add_tagtable(&st.g_kplc_tags, other, table, 1), 1);
-    ASSERT_EQ(kplc_add_tagtable(&st.g_plc_tags, name, table, 1), 1);
+    ASSERT_EQ(kplc_add_tagtable(&st.read_tags, name, table, 1), 1);
+    ASSERT_EQ(kplc_add_tagtable(&st.read_tags, other, table, 1), 1);
+    ASSERT_EQ(kplc_add_tagtable(&st.write_tags, name, table, 1), 1);
     // The registry never releases its entries; the test does, once they are unlinked.
-    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.g_kplc_tags, name), kplc_get_tagtable(&st.g_kplc_tags, other),
-                               kplc_get_tagtable(&st.g_plc_tags, name)};
+    kplc_plc_tag *entries[] = {kplc_get_tagtable(&st.read_tags, name), kplc_get_tagtable(&st.read_tags, other),
+                               kplc_get_tagtable(&st.write_tags, name)};
     EXPECT_STREQ(entries[0]->name, name) << "each file name finds its own table";
     EXPECT_STREQ(entries[1]->name, other);
-    st.write_sid = 77;
-    st.init = 1;
+    st.link.write_sid = 77;
+    st.link.up = true;
 
     kplc_init(drv, &port.prop);
-    EXPECT_EQ(kplc_get_tagtable(&st.g_kplc_tags, name), nullptr);
-    EXPECT_EQ(kplc_get_tagtable(&st.g_kplc_tags, other), nullptr);
-    EXPECT_EQ(kplc_get_tagtable(&st.g_plc_tags, name), nullptr);
-    EXPECT_EQ(st.write_sid, 0);
-    EXPECT_EQ(st.init, 0);
+    EXPECT_EQ(kplc_get_tagtable(&st.read_tags, name), nullptr);
+    EXPECT_EQ(kplc_get_tagtable(&st.read_tags, other), nullptr);
+    EXPECT_EQ(kplc_get_tagtable(&st.write_tags, name), nullptr);
+    EXPECT_EQ(st.link.write_sid, 0);
+    EXPECT_FALSE(st.link.up);
     for (kplc_plc_tag *entry : entries) std::free(entry->name), std::free(entry);
     std::free(drv);
 }

@@ -19,7 +19,7 @@ struct Program { uint32_t id; std::string name; bool operator==(const Program &)
 std::vector<Program> loaded_catalogue() {
     const auto &st = kplc::state();
     std::vector<Program> out;
-    for (uint32_t i = 0; i < st.localNum; ++i) out.push_back({st.LocalInfo[i].local_id, st.LocalInfo[i].name});
+    for (uint32_t i = 0; i < st.link.catalogue_size; ++i) out.push_back({st.link.catalogue[i].local_id, st.link.catalogue[i].name});
     return out;
 }
 
@@ -27,7 +27,7 @@ std::vector<Program> loaded_catalogue() {
 // Runs the start-up against `plc` with standard output captured.
 unsigned start(Instance &drv, std::string &printed) {
     testing::internal::CaptureStdout();
-    const unsigned rc = kplc::start_link(drv.settings());
+    const unsigned rc = kplc::link::start(drv.settings());
     printed = testing::internal::GetCapturedStdout();
     return rc;
 }
@@ -47,10 +47,10 @@ TEST_P(CatalogueParsing, KeepsWhatThePlcSent) {
     FakePlc plc;
     plc.reply(catalogue_first()).reply(c.response);
     Instance drv(FakePlc::kLoopback, plc.port());
-    kplc::state().localNum = 99;
+    kplc::state().link.catalogue_size = 99;
     std::string printed;
     ASSERT_EQ(start(drv, printed), static_cast<unsigned>(ER_OK)) << printed;
-    EXPECT_EQ(kplc::state().init, 1);
+    EXPECT_TRUE(kplc::state().link.up);
     EXPECT_EQ(loaded_catalogue(), c.expected);
     const auto requests = plc.requests();  // the two catalogue requests
     ASSERT_EQ(requests.size(), 2u);
@@ -103,15 +103,15 @@ TEST_P(FailedStart, ReportsAndLeavesNothingOpen) {
         }
         Instance drv(FakePlc::kLoopback, c.fault == Fault::Refused ? uint16_t{1} : port,
                      c.fault == Fault::NoAnswer ? 0 : 1);
-        kplc::state().localNum = 42;
+        kplc::state().link.catalogue_size = 42;
         for (int i = 0; i < 3; ++i) {
             std::string printed;
             EXPECT_EQ(start(drv, printed), static_cast<unsigned>(ER_TIMEOUT));
             EXPECT_EQ(printed, c.printed);
-            EXPECT_EQ(kplc::state().init, 0);
-            EXPECT_EQ(kplc::state().localNum, 42u);
+            EXPECT_FALSE(kplc::state().link.up);
+            EXPECT_EQ(kplc::state().link.catalogue_size, 42u);
         }
-        kplc::state().localNum = 0;
+        kplc::state().link.catalogue_size = 0;
     }
     EXPECT_EQ(open_descriptors(), before);
 }

@@ -10,7 +10,7 @@
 #include <tuple>
 
 #include "kplc/kplc.h"
-#include "tags/device_class.hpp"
+#include "tags/device_text.hpp"
 
 namespace {
 

@@ -71,7 +71,7 @@ TEST(TagFileName, ReadAndWriteSidesAgree) {
     ScopedWorkdir dir;
     for (const uint32_t ip : {kIp, 0x0A000002u, 0xFFFFFFFFu}) {
         kplc::testkit::Instance inst(ip, 9600);
-        auto *tcp = reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(kplc::state().tcp_settings);
+        auto *tcp = reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(kplc::state().link.endpoint);
         for (const uint16_t dev : {0, 7, 65535}) {
             Reg reg{};
             reg._devIndex = dev;

@@ -47,8 +47,8 @@ Instance::Instance(uint32_t ip, uint16_t port_no, uint16_t timeout_s, bool datag
 
 Instance::~Instance() {
     // A link that is up holds an open socket; close it so tests do not leak descriptors.
-    if (kplc::state().init != 0 && settings()->serial_handle > 0) ::close(settings()->serial_handle);
-    kplc::state().init = 0;
+    if (kplc::state().link.up && settings()->serial_handle > 0) ::close(settings()->serial_handle);
+    kplc::state().link.up = false;
     std::free(drv);
 }
 
@@ -68,8 +68,8 @@ void release_registry(kplc_plc_tag &head) {
 }  // namespace
 
 void release_tag_tables() {
-    release_registry(kplc::state().g_kplc_tags);
-    release_registry(kplc::state().g_plc_tags);
+    release_registry(kplc::state().read_tags);
+    release_registry(kplc::state().write_tags);
 }
 
 std::size_t open_descriptors() {

@@ -246,8 +246,8 @@ TEST_F(WriteTest, ALostLinkIsRestartedWithItsCatalogueBeforeTheWriteReturns) {
     EXPECT_EQ(write(Speed, 0, 2, value.data()), static_cast<unsigned>(ER_INVALID));
     EXPECT_EQ(commands(), (std::vector<uint16_t>{0x0C28, 0x1E01, 0x0C2C, 0x0C25}));
     EXPECT_EQ(plc.connections(), 2u);
-    EXPECT_EQ(state().init, 1);
-    EXPECT_EQ(state().localNum, 1u);
+    EXPECT_TRUE(state().link.up);
+    EXPECT_EQ(state().link.catalogue_size, 1u);
     plc.reply(R).reply(ack());
     EXPECT_EQ(write(Speed, 0, 2, value.data()), static_cast<unsigned>(ER_OK));
     EXPECT_EQ(testkit::to_hex(plc.requests()[4]).substr(24, 5), "00 02") << "the sequence runs on";

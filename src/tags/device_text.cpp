@@ -1,4 +1,4 @@
-#include "tags/device_class.hpp"
+#include "tags/device_text.hpp"
 
 #include <array>
 #include <bit>

@@ -1,9 +1,8 @@
 // Bit-field copy out of 16-bit words and the small number helpers that the
 // structure bit writers use to test and flip one bit of a PLC word.
-#include <cstdint>
-#include <cstring>
+#include "support/bit_fields.hpp"
 
-#include "kplc/support.h"
+#include <cstring>
 
 namespace {
 
@@ -30,16 +29,16 @@ bool copy_refused(const void *src, const void *dst, int bitTh, int bitLen) noexc
 
 }  // namespace
 
-extern "C" {
+namespace kplc::support {
 
-KPLC_API unsigned char *BatchReadWord(const void *src, void *dst, int bitTh, int bitLen) {
+unsigned char *copy_word_bits(const void *src, void *dst, int bitTh, int bitLen) noexcept {
     if (copy_refused(src, dst, bitTh, bitLen)) return static_cast<unsigned char *>(dst);
     const auto start = static_cast<uint32_t>(bitTh);
     for (uint32_t s = 0; s < static_cast<uint32_t>(bitLen); ++s) put_bit(dst, s, word_bit(src, start + s));
     return static_cast<unsigned char *>(dst);
 }
 
-KPLC_API unsigned char *BatchReadWord2(const void *src, void *dst, int bitTh, int bitLen, const void *src2) {
+unsigned char *copy_word_bits2(const void *src, void *dst, int bitTh, int bitLen, const void *src2) noexcept {
     if (copy_refused(src, dst, bitTh, bitLen) || src2 == nullptr) return static_cast<unsigned char *>(dst);
     const auto start = static_cast<uint32_t>(bitTh);
     for (uint32_t s = 0; s < static_cast<uint32_t>(bitLen); ++s) {
@@ -50,27 +49,27 @@ KPLC_API unsigned char *BatchReadWord2(const void *src, void *dst, int bitTh, in
     return static_cast<unsigned char *>(dst);
 }
 
-KPLC_API int getIndexOfSigns(char ch) {
+int hex_digit_value(char ch) noexcept {
     if (ch >= '0' && ch <= '9') return ch - '0';
     if (ch >= 'A' && ch <= 'F') return ch - 'A' + 10;
     if (ch >= 'a' && ch <= 'f') return ch - 'a' + 10;
     return -1;
 }
 
-KPLC_API long hexToDec(char *source, int nlen) {
+long hex_to_number(const char *source, int nlen) noexcept {
     if (source == nullptr) return 0;
     // 32-bit arithmetic, wrapping: a non-digit counts as -1 times its weight,
     // and eight digits or more fold into a signed 32-bit value.
     uint32_t sum = 0;
     uint32_t weight = 1;
     for (int i = nlen - 1; i >= 0; --i) {
-        sum += weight * static_cast<uint32_t>(getIndexOfSigns(source[i]));
+        sum += weight * static_cast<uint32_t>(hex_digit_value(source[i]));
         weight *= 16;
     }
     return static_cast<long>(static_cast<int32_t>(sum));
 }
 
-KPLC_API int mathN(int result, int n) {
+int doubled(int result, int n) noexcept {
     // Doubling in 32 bits wraps; after 32 doublings every value is 0, so the
     // loop never needs to run longer than that.
     auto value = static_cast<uint32_t>(result);
@@ -78,8 +77,8 @@ KPLC_API int mathN(int result, int n) {
     return static_cast<int>(value);
 }
 
-KPLC_API u32 bit2byte_len(u32 bit_len) { return bit_len / 8 + (bit_len % 8 != 0 ? 1 : 0); }
+uint32_t bytes_for_bits(uint32_t bit_len) noexcept { return bit_len / 8 + (bit_len % 8 != 0 ? 1 : 0); }
 
-KPLC_API u32 bit2word_len(u32 bit_len) { return bit_len / 16 + (bit_len % 16 != 0 ? 1 : 0); }
+uint32_t words_for_bits(uint32_t bit_len) noexcept { return bit_len / 16 + (bit_len % 16 != 0 ? 1 : 0); }
 
-}  // extern "C"
+}  // namespace kplc::support

@@ -1,7 +1,7 @@
 // Hex dump of a frame for diagnostics.
-#include <cstdio>
+#include "transport/frame_dump.hpp"
 
-#include "kplc/transport.h"
+#include <cstdio>
 
 namespace {
 
@@ -9,9 +9,9 @@ constexpr int kBytesPerLine = 20;
 
 }  // namespace
 
-extern "C" {
+namespace kplc::transport {
 
-KPLC_API void FlushBuff(int level, void *buffer, int size) {
+void dump_frame(int level, const void *buffer, int size) noexcept {
     if (buffer == nullptr || level == 0) return;
     const auto *bytes = static_cast<const unsigned char *>(buffer);
     // Each line: address and offset of its first byte, then up to 20 bytes.
@@ -26,4 +26,4 @@ KPLC_API void FlushBuff(int level, void *buffer, int size) {
     std::fflush(stdout);
 }
 
-}  // extern "C"
+}  // namespace kplc::transport
