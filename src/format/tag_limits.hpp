@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #include "format/frame_limits.hpp"
 #include "format/wire_items.hpp"
@@ -48,8 +49,14 @@ inline constexpr uint64_t kMaxArrayElements = uint64_t{1} << 20;
 // The runtime's control command for a multi-read, answered with the driver's
 // batch properties.
 inline constexpr int kIoctlMultiRead = 1000;
-// The tag file of a PLC: its IPv4 address as eight hex digits and the device index.
-inline constexpr const char *kTagFilePattern = "./driver/PLC%08X_%d.csv";
+// The runtime hands the driver 50 bytes for a tag file name; the longest
+// (a negative 32-bit device index) takes 37.
 inline constexpr std::size_t kTagFileNameSize = 50;
+
+// The tag file of a PLC, "./driver/PLC<address as 8 hex digits>_<device
+// index>.csv", written into `out` (kTagFileNameSize bytes), zero-terminated.
+inline void form_tag_file_name(char *out, uint32_t address, int device_index) noexcept {
+    std::snprintf(out, kTagFileNameSize, "./driver/PLC%08X_%d.csv", address, device_index);
+}
 
 }  // namespace kplc::format
