@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "format/tag_limits.hpp"
 #include "kplc/driver.h"
 #include "protocol/read_batch.hpp"
 #include "state/process_state.hpp"
@@ -10,7 +11,7 @@
 
 namespace {
 
-constexpr int kIoctlMultiRead = 1000;
+using kplc::format::kIoctlMultiRead;
 // Multi-read properties announced to the runtime: 8 requests per batch, 16 packages.
 constexpr Mulity_Property kMultiRead{8, 16};
 

@@ -2,6 +2,7 @@
 // single pass and the element and word counts of the read path.
 #include "kplc/driver.h"
 #include "protocol/read_batch.hpp"
+#include "format/tag_geometry.hpp"
 #include "protocol/read_plan.hpp"
 
 namespace rd = kplc::proto::read;
@@ -19,7 +20,7 @@ KPLC_API unsigned int xplc_mulity_read(void *drv, CommunicationProperty *setting
 }
 
 // A string request is one element here; see the read pass.
-KPLC_API int xplc_getnum(int bits, int size) { return rd::element_count<int>(bits, size); }
+KPLC_API int xplc_getnum(int bits, int size) { return kplc::format::elements_in_stretch<int>(bits, size); }
 
 KPLC_API int xplc_gettype(int bits, int num) { return rd::width_words(bits, num); }
 

@@ -18,12 +18,10 @@ namespace kplc::proto {
 namespace {
 
 // Shortest program catalogue: the header and the count.
-constexpr std::size_t kCatalogueMinimum = kResponseDataOffset + 1;
-// Bytes of an entry before its length byte, and between the length and the id.
-constexpr std::size_t kEntryLead = 2;
-constexpr std::size_t kEntryGap = 1;
-// L counts the name bytes plus these two.
-constexpr uint8_t kLengthBias = 2;
+constexpr std::size_t kCatalogueMinimum = wire::kCatalogueEntriesOffset;
+using wire::kCatalogueEntryGap;
+using wire::kCatalogueEntryLead;
+using wire::kCatalogueLengthBias;
 
 static_assert(kCatalogueCapacity > 255, "a one-byte entry count always fits the catalogue table");
 
@@ -38,7 +36,7 @@ static_assert(kCatalogueCapacity > 255, "a one-byte entry count always fits the 
 std::optional<uint32_t> parse_catalogue(std::span<const uint8_t> response,
                                         std::span<CatalogueEntry, kCatalogueCapacity> table) noexcept {
     if (response.size() < kCatalogueMinimum) return std::nullopt;
-    FrameReader in(response, kResponseDataOffset);
+    FrameReader in(response, wire::kCatalogueCountOffset);
     uint8_t count = 0;
     (void)in.u8(count);  // received: checked above
 
@@ -46,11 +44,11 @@ std::optional<uint32_t> parse_catalogue(std::span<const uint8_t> response,
     for (; loaded < count; ++loaded) {
         uint8_t length = 0;
         uint8_t id = 0;
-        if (!in.skip(kEntryLead) || !in.u8(length) || !in.skip(kEntryGap) || !in.u8(id)) break;
-        const std::size_t name_bytes = length > kLengthBias ? length - kLengthBias : 0;
+        if (!in.skip(kCatalogueEntryLead) || !in.u8(length) || !in.skip(kCatalogueEntryGap) || !in.u8(id)) break;
+        const std::size_t name_bytes = length > kCatalogueLengthBias ? length - kCatalogueLengthBias : 0;
         const auto name = in.take(name_bytes);
         if (!name) break;
-        (void)in.skip(1);
+        (void)in.skip(wire::kCatalogueEntryTail);
 
         CatalogueEntry &entry = table[loaded];
         entry.local_id = id;

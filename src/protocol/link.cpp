@@ -31,11 +31,11 @@ int connect(PLC_DRV_INIT_SETTINGS *settings) noexcept { return transport::connec
 
 Catalogue load_catalogue(PLC_DRV_INIT_SETTINGS *settings) noexcept {
     transport::ReceiveArea response{};
-    const auto first = ask(proto::Command::FirstCatalogue, 0, response, settings);
+    const auto first = ask(proto::Command::FirstCatalogue, wire::kFirstCatalogueSequence, response, settings);
     if (!first) return Catalogue::ExchangeFailed;
     if (first->empty()) return Catalogue::Refused;
 
-    const auto programs = ask(proto::Command::ProgramCatalogue, 1, response, settings);
+    const auto programs = ask(proto::Command::ProgramCatalogue, wire::kProgramCatalogueSequence, response, settings);
     if (!programs) return Catalogue::ExchangeFailed;
     const auto count = proto::parse_catalogue(*programs, self().catalogue);
     if (!count) return Catalogue::Refused;

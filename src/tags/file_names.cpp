@@ -6,15 +6,11 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "format/tag_limits.hpp"
 
 namespace {
 
-// Callers hand in 50 bytes; the longest name (a negative 32-bit index) takes 37.
-constexpr std::size_t kCsvNameSize = 50;
-
-void form_name(char *csv_name, uint32_t ip, int dev_index) noexcept {
-    std::snprintf(csv_name, kCsvNameSize, "./driver/PLC%08X_%d.csv", ip, dev_index);
-}
+using kplc::format::form_tag_file_name;
 
 // The write side is handed the TCP parameters under the framework's serial
 // record type; what that type calls `baud` is the address at the same place.
@@ -31,7 +27,7 @@ void port_file_name(const CommunicationProperty *setting, const Reg *reg, char *
         return;
     }
     // For this Ethernet driver the port record's _baud carries the PLC's address.
-    form_name(csv_name, setting->_baud, reg->_devIndex);
+    form_tag_file_name(csv_name, setting->_baud, reg->_devIndex);
 }
 
 void endpoint_file_name(const PLC_SERIAL_INIT_PARAMETERS *serial_settings, char *csv_name, int devIndex) noexcept {
@@ -41,7 +37,7 @@ void endpoint_file_name(const PLC_SERIAL_INIT_PARAMETERS *serial_settings, char 
         return;
     }
     const auto *tcp = reinterpret_cast<const PLC_TCP_INIT_PARAMETERS *>(serial_settings);
-    form_name(csv_name, static_cast<uint32_t>(tcp->ipaddr), devIndex);
+    form_tag_file_name(csv_name, static_cast<uint32_t>(tcp->ipaddr), devIndex);
 }
 
 }  // namespace kplc::tags

@@ -10,6 +10,7 @@
 
 #include "kplc/driver.h"
 #include "format/device_class.hpp"
+#include "format/tag.hpp"
 #include "format/types.hpp"
 #include "protocol/link.hpp"
 #include "protocol/names.hpp"
@@ -23,16 +24,11 @@
 namespace kplc::write {
 namespace {
 
-using namespace kplc::format;  // the type codes and device classes
-
-// Name classes: a plain name, a structure member, a member through an index.
-constexpr uint8_t kPlainName = 1;
-constexpr uint8_t kMember = 2;
-constexpr uint8_t kIndexedMember = 3;
+using namespace kplc::format;  // the type codes, name classes and device classes
 
 // A multi-bit write carries one value byte per bit and is taken through a
-// 256-byte copy; longer ones are refused rather than cut.
-constexpr uint32_t kMaxBoolBits = 256;
+// copy of that many bytes; longer ones are refused rather than cut.
+constexpr uint32_t kMaxBoolBits = kMaxBoolRun;
 
 // One write as it is handed to a writer: the caller's records (their offset
 // and length already in the records' units, and changed further on the BOOL
@@ -134,8 +130,9 @@ unsigned write_bool(const Write &w) {
 }
 
 // A 16-, 32- or 64-bit tag: the whole tag, or a run of its elements.
-unsigned write_number(const Write &w, uint32_t words) {
+unsigned write_number(const Write &w) {
     if (!has_value(&w.buff)) return ER_INVALID;
+    const uint32_t words = words_per_element(w.tag.bits);
     if (w.tag.attr != NORMAL) return write_run(w.settings, w.tag, w.run(words), w.buff.buff, words);
     return write_value(w.settings, w.tag, w.buff.buff, words);
 }
@@ -146,12 +143,12 @@ unsigned write_tag(const Write &w) {
     if (tag.var_type < kPlainName || tag.var_type > kIndexedMember) return KPLC_ER_NO_WRITER;
     switch (tag.type) {
         case kInt:
-        case kUint: return write_number(w, 1);
+        case kUint:
         case kDint:
         case kUdint:
-        case kReal: return write_number(w, 2);
+        case kReal:
         case kLreal:
-        case kLtime: return write_number(w, 4);
+        case kLtime: return write_number(w);
         case kString:
             // Plain, member and indexed member names are written alike.
             if (!has_value(&w.buff)) return ER_INVALID;

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 
+#include "format/tag.hpp"
 #include "kplc/driver.h"
 #include "protocol/names.hpp"
 #include "write/session.hpp"
@@ -16,10 +17,7 @@
 namespace kplc::write {
 namespace {
 
-// The text write carries data_len in a single byte: 12 header-and-address
-// bytes plus the text must stay within 255, so at most 242 text bytes
-// (an even number, after the fill byte).
-constexpr uint32_t kMaxTextBytes = 242;
+using format::kMaxTextBytes;
 
 }  // namespace
 
@@ -49,12 +47,13 @@ unsigned write_text(PLC_DRV_INIT_SETTINGS *settings, const kplc_tag_str &tag, El
         return ER_INVALID;
     }
 
-    const uint32_t element_size = tag.byte_len - 1;
+    // The writer takes every tag it is handed for a one-byte-terminated string.
+    const uint32_t element_size = tag.byte_len - format::terminator_bytes(format::kString);
     const uint32_t offset = run.first;
     const uint32_t element = offset / element_size;
     // A single string (no upper bound set, e.g. declared [0..0]) is named by
     // the character offset itself; an array element by the character in it.
-    const bool single = tag.ar_max == 0 && tag.ar1_max == 0 && tag.ar2_max == 0;
+    const bool single = format::string_dimensions(tag) == 0;
     const uint32_t character = single ? offset : offset % element_size;
     std::array<char, sizeof tag.name> name{};
     if (!proto::string_element_name(name, tag, element, character)) {

@@ -1,11 +1,11 @@
 #include "write/units.hpp"
 
+#include "format/tag_geometry.hpp"
+
 namespace kplc::write {
 
 void to_record_units(uint8_t bits, PLC_DRV_REG_ADDR &reg_addr, PLC_DRV_BUFF &buff) noexcept {
-    unsigned shift = 0;
-    if (bits == 32 || bits == 64) shift = 2;
-    if (bits == 16) shift = 1;
+    const unsigned shift = format::write_unit_shift(bits);
     buff.length >>= shift;
     reg_addr.reg_addr >>= shift;
 }

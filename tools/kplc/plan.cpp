@@ -1,6 +1,7 @@
 #include "plan.hpp"
 
 #include "format/frame_limits.hpp"
+#include "format/wire.hpp"
 
 #include <algorithm>
 
@@ -10,9 +11,9 @@ namespace kplc::cli {
 namespace {
 
 // The driver's frame sizes and one-byte counts.
-constexpr std::size_t kResolveOverhead = proto::kProgramResolveOverhead;
-constexpr std::size_t kLocationOverhead = proto::kLocationHeaderSize;
-constexpr std::size_t kLocationEntry = proto::kLocationEntrySize;
+constexpr std::size_t kResolveOverhead = wire::kProgramResolveOverhead;
+constexpr std::size_t kLocationOverhead = wire::kLocationHeaderSize;
+constexpr std::size_t kLocationEntry = wire::kLocationEntrySize;
 constexpr std::size_t kValueOverhead = proto::kResponseDataOffset;
 constexpr std::size_t kWriteFrame = proto::kRequestSize;
 constexpr uint32_t kMaxWriteWords = proto::kMaxWordsPerWrite;

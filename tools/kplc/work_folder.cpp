@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "format/tag_limits.hpp"
 #include "signals.hpp"
 #include "text.hpp"
 
@@ -40,8 +41,8 @@ bool create_new(const fs::path &file, const std::string &contents, std::string &
 }  // namespace
 
 std::string tag_file_name(uint32_t addr, unsigned dev) {
-    char name[64];
-    std::snprintf(name, sizeof name, "./driver/PLC%08X_%u.csv", addr, dev);
+    char name[format::kTagFileNameSize];
+    format::form_tag_file_name(name, addr, static_cast<int>(dev));
     return name;
 }
 
