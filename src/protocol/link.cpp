@@ -61,11 +61,6 @@ unsigned start(PLC_DRV_INIT_SETTINGS *settings) noexcept {
     return ER_OK;
 }
 
-unsigned ensure_started(PLC_DRV_INIT_SETTINGS *settings) noexcept {
-    if (self().up) return ER_OK;
-    return start(settings);
-}
-
 unsigned ensure_connected(PLC_DRV_INIT_SETTINGS *settings) noexcept {
     if (self().up) return ER_OK;
     if (connect(settings) != 0) {
@@ -76,10 +71,6 @@ unsigned ensure_connected(PLC_DRV_INIT_SETTINGS *settings) noexcept {
     return ER_OK;
 }
 
-bool up() noexcept { return self().up; }
-
-const PLC_TCP_INIT_PARAMETERS *endpoint() noexcept { return self().endpoint; }
-
 std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> request,
                                                  transport::ReceiveArea &response,
                                                  PLC_DRV_INIT_SETTINGS *settings) noexcept {
@@ -87,20 +78,6 @@ std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> reques
     if (!got) self().up = false;
     return got;
 }
-
-uint16_t sequence(Side side) noexcept { return side == Side::Read ? self().read_sid : self().write_sid; }
-
-uint16_t take_sequence(Side side) noexcept {
-    uint16_t &counter = side == Side::Read ? self().read_sid : self().write_sid;
-    return counter++;
-}
-
-std::span<const CatalogueEntry> catalogue() noexcept {
-    return std::span<const CatalogueEntry>(self().catalogue)
-        .first(std::min<std::size_t>(self().catalogue_size, self().catalogue.size()));
-}
-
-std::span<unsigned char> drain_area() noexcept { return self().drain_area; }
 
 void reset(PLC_TCP_INIT_PARAMETERS *endpoint) noexcept {
     self().write_sid = 0;

@@ -5,6 +5,7 @@
 // here, so that a failed exchange takes the link down in one place.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -34,16 +35,21 @@ Catalogue load_catalogue(PLC_DRV_INIT_SETTINGS *settings) noexcept;
 unsigned start(PLC_DRV_INIT_SETTINGS *settings) noexcept;
 
 // start() when the link is down (the read path, before any request).
-unsigned ensure_started(PLC_DRV_INIT_SETTINGS *settings) noexcept;
+inline unsigned ensure_started(PLC_DRV_INIT_SETTINGS *settings) noexcept {
+    if (state().link.up) return ER_OK;
+    return start(settings);
+}
 
 // The write path's start when the link is down: connect only, no catalogue.
 // ER_OK, or ER_TIMEOUT after "zel_plc_read init fail\r".
 unsigned ensure_connected(PLC_DRV_INIT_SETTINGS *settings) noexcept;
 
-[[nodiscard]] bool up() noexcept;
+// The small questions below are asked on every call; they are defined here
+// so that asking costs no call.
+[[nodiscard]] inline bool up() noexcept { return state().link.up; }
 
 // PLC address and port of the instance initialised last (null before any).
-[[nodiscard]] const PLC_TCP_INIT_PARAMETERS *endpoint() noexcept;
+[[nodiscard]] inline const PLC_TCP_INIT_PARAMETERS *endpoint() noexcept { return state().link.endpoint; }
 
 // One request and its response. A failure (the transport has closed the
 // socket) takes the link down, so that the next request starts it again.
@@ -54,14 +60,23 @@ std::optional<std::span<const uint8_t>> exchange(std::span<const uint8_t> reques
 // Each path numbers its own requests with a 16-bit counter that wraps from
 // 65535 to 0; a number is taken only by a request that is sent.
 enum class Side { Read, Write };
-[[nodiscard]] uint16_t sequence(Side side) noexcept;  // the number the next request takes
-uint16_t take_sequence(Side side) noexcept;           // takes it and advances the counter
+
+inline uint16_t &counter_of(Side side) noexcept {
+    return side == Side::Read ? state().link.read_sid : state().link.write_sid;
+}
+// The number the next request takes.
+[[nodiscard]] inline uint16_t sequence(Side side) noexcept { return counter_of(side); }
+// Takes it and advances the counter.
+inline uint16_t take_sequence(Side side) noexcept { return counter_of(side)++; }
 
 // The catalogue as last loaded (program ids and names).
-[[nodiscard]] std::span<const CatalogueEntry> catalogue() noexcept;
+[[nodiscard]] inline std::span<const CatalogueEntry> catalogue() noexcept {
+    const LinkState &link = state().link;
+    return {link.catalogue.data(), std::min<std::size_t>(link.catalogue_size, kCatalogueCapacity)};
+}
 
 // Where stale input is drained before each request.
-[[nodiscard]] std::span<unsigned char> drain_area() noexcept;
+[[nodiscard]] inline std::span<unsigned char> drain_area() noexcept { return state().link.drain_area; }
 
 // The instance's endpoint becomes the link's; the link is down and the write
 // path numbers from 0 again. Nothing is closed or sent.

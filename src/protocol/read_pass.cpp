@@ -79,8 +79,6 @@ unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, st
     const unsigned started = kplc::link::ensure_started(settings);
     if (started != ER_OK) return started;
 
-    const std::span<const kplc::CatalogueEntry> catalogue = kplc::link::catalogue();
-    const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
     // Which scopes the batch uses is learnt from the first pass's plan, which
     // maps every tag of the batch; the catalogue does not change within a
     // batch (a pass that loses the link fails, and a failed pass ends the
@@ -88,7 +86,8 @@ unsigned read_pass(void *drv, kplc_plc_tag &entry, std::span<const Reg> regs, st
     // exchange nor building a plan.
     if (in_use != nullptr && in_use->known && (in_use->scopes & scope_bit(scope)) == 0) return ER_OK;
     PassPlan plan;
-    plan_pass(plan, table, regs, bufs, scope, catalogue);
+    const std::span<kplc_tag_str> table(entry.tag_table, entry.id_max);
+    plan_pass(plan, table, regs, bufs, scope, kplc::link::catalogue());
     if (in_use != nullptr) *in_use = ScopeSet{true, plan.scopes};
     if (plan.refused != 0) report_refusals(plan, regs, bufs);
     if (plan.reading == 0) return ER_OK;

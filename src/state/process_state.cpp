@@ -2,11 +2,7 @@
 
 namespace kplc {
 
-namespace {
 // Constant-initialised (all zero) at load, before any constructor runs.
-constinit ProcessState g_state{};
-}  // namespace
-
-ProcessState &state() noexcept { return g_state; }
+constinit ProcessState g_process_state{};
 
 }  // namespace kplc

@@ -53,6 +53,7 @@ struct ProcessState {
 };
 
 // The one instance. Zero-initialised before any code of the library runs.
-ProcessState &state() noexcept;
+extern ProcessState g_process_state;
+inline ProcessState &state() noexcept { return g_process_state; }
 
 }  // namespace kplc
