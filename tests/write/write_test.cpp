@@ -260,5 +260,51 @@ TEST_F(WriteTest, ABitLoopStopsAtALostLink) {
     EXPECT_EQ(commands(), (std::vector<uint16_t>{0x0C28, 0x3200, 0x0C28, 0x0C2C, 0x0C25}));
 }
 
+// Under their exported names the writers find their tag themselves and take
+// offset and length in the records' units, as the dispatch leaves them in the
+// caller's records: elements, 32-bit units for 64-bit tags.
+TEST_F(WriteTest, ExportedWritersTakeTheRecordsUnits) {
+    Bytes value = hex("00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F");
+    PLC_DRV_REG_ADDR reg_addr{};
+    reg_addr.reg_id = Vals, reg_addr.reg_addr = 16;
+    PLC_DRV_BUFF buff{16, value.data()};
+    plc.reply(R).reply(ack());
+    ASSERT_EQ(zel_plc_write(&reg_addr, &buff, instance->settings(), 0), static_cast<unsigned>(ER_OK));
+    EXPECT_EQ(std::pair(reg_addr.reg_addr, buff.length), std::pair(4u, 4u));
+    char file[] = "./driver/PLC7F000001_0.csv";
+    kplc_plc_tag *table = kplc_get_tagtable(&state().write_tags, file);
+    ASSERT_NE(table, nullptr);
+    struct Row {
+        const char *what;
+        unsigned (*writer)(KPLC_WRITER_ARGS);
+        int tag;
+        uint32_t addr, length;
+        const char *names;  // of the resolve; empty: nothing is sent
+        const char *tail;   // of the write
+    };
+    const Row rows[] = {
+        {"64-bit run halved", zel_plc_write_array_4words, Vals, 4, 2, "Vals[#2]",
+         "00 00 00 04 01 02 03 04 01 00 03 02 05 04 07 06"},
+        {"32-bit run", zel_plc_write_array_dwords, Grid, 7, 1, "Grid[#2,#2]", "00 00 00 02 01 02 03 04 01 00 03 02"},
+        {"text from a character", zel_plc_write_array_struct_string, Names, 25, 2, "Names[#2][#5]",
+         "00 00 00 01 01 02 03 04 00 01"},
+        {"scalar ignores the run", zel_plc_write_4words, Big, 9, 9, "Big", "00 00 00 04 01 02 03 04 01 00 03 02 05 04 07 06"},
+        {"tag beyond the table", zel_plc_write_words, 999, 0, 1, "", ""},
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        const std::size_t before = plc.requests().size();
+        if (*row.names != '\0') plc.reply(R).reply(ack());
+        reg_addr.reg_addr = row.addr, buff.length = row.length;
+        const unsigned want = *row.names != '\0' ? ER_OK : ER_INVALID;
+        EXPECT_EQ(row.writer(&reg_addr, &buff, instance->settings(), table, row.tag - 1), want);
+        const auto requests = plc.requests();
+        ASSERT_EQ(requests.size() - before, *row.names != '\0' ? 2u : 0u);
+        if (*row.names == '\0') continue;
+        EXPECT_EQ(names_in(requests[before]), row.names);
+        EXPECT_TRUE(testkit::to_hex(requests[before + 1]).ends_with(row.tail)) << testkit::to_hex(requests[before + 1]);
+    }
+}
+
 }  // namespace
 }  // namespace kplc
