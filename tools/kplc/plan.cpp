@@ -1,6 +1,7 @@
 #include "plan.hpp"
 
 #include "format/frame_limits.hpp"
+#include "format/tag.hpp"
 #include "format/wire.hpp"
 
 #include <algorithm>
@@ -18,11 +19,11 @@ constexpr std::size_t kValueOverhead = proto::kResponseDataOffset;
 constexpr std::size_t kWriteFrame = proto::kRequestSize;
 constexpr uint32_t kMaxWriteWords = proto::kMaxWordsPerWrite;
 constexpr uint32_t kMaxWriteNames = proto::kMaxNamesPerResolve;
-// The dispatcher copies the value bytes of a BOOL write into 256 bytes.
-constexpr uint32_t kMaxBoolRun = 64;
-// A string write carries its length in one byte of data_len (12 + n): keep n
-// even (no fill byte inside a text) and well below the limit.
-constexpr uint32_t kMaxTextChunk = 240;
+using format::kMaxBoolRun;
+// A string write carries its length in one byte of data_len; the limit is
+// even, so no fill byte falls inside a text.
+constexpr uint32_t kMaxTextChunk = format::kMaxTextBytes;
+static_assert(kMaxTextChunk % 2 == 0);
 
 bool is_numeric_array(const Tag &tag) {
     return tag.rec.attr == ARRAY || tag.rec.attr == ARRAY2 || tag.rec.attr == ARRAY3;
@@ -30,14 +31,8 @@ bool is_numeric_array(const Tag &tag) {
 
 // Response bytes of one element: its word count, twice.
 std::size_t value_bytes(const Tag &tag) {
-    switch (tag.rec.bits) {
-    case 1:
-    case 16: return 2;
-    case 32: return 4;
-    case 64: return 8;
-    case 8: return 16;  // the read path asks for 8 words for an 8-bit element
-    default: return 2 * (tag.element_bytes / 2 + 1);  // a string chunk: element_size / 2 + 1 words
-    }
+    if (tag.rec.bits == 0) return 2 * std::size_t{format::string_chunk_words(tag.element_bytes)};
+    return 2 * std::size_t{format::words_per_element(tag.rec.bits)};
 }
 
 // Register address and count of elements [first, first + count) in the read
@@ -173,7 +168,7 @@ WritePlan plan_write(const TagSet &tags, const Selection &target, std::span<cons
     }
     // Runs of elements whose resolve request (one name per element) and word
     // write fit the write path's buffers and one-byte counts.
-    const uint32_t words = std::max<uint32_t>(1, width / 2);
+    const uint32_t words = format::words_per_element(tag.rec.bits);
     uint32_t i = 0;
     while (i < count) {
         std::size_t resolve = kResolveOverhead;
