@@ -170,7 +170,6 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
                 ++items;
             }
             w.patch_u16(count_at, items);
-            static_assert(wire::kItemStride == 2 + 2 + 1 + wire::kItemLocationSize + 3 + 2 + 9 + 1);
             return reply.finish();
         }
 
