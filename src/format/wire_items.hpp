@@ -104,6 +104,10 @@ inline constexpr std::size_t kItemExtensionSize = 4;
 inline constexpr std::size_t kItemUsable = kItemLocation + kItemLocationSize;
 static_assert(kItemArea == 21 && kItemBitNumber == 30 && kItemExtensionCount == 40 && kItemStride == 24);
 
+// Bytes of an item with `extensions` extensions. The PLC gives a name one
+// extension per subscript it carries ("Grid[#1,#2]": two).
+constexpr std::size_t item_bytes(std::size_t extensions) noexcept { return kItemStride + kItemExtensionSize * extensions; }
+
 // The fields of one resolve item that a request built from it needs.
 struct ResolveItem {
     uint8_t area;                                   // area code
@@ -132,7 +136,7 @@ public:
     bool advance() noexcept {
         const auto count = at(kItemExtensionCount);
         if (!count) return false;
-        base_ += kItemStride + kItemExtensionSize * std::size_t{*count};
+        base_ += item_bytes(*count);
         return true;
     }
     [[nodiscard]] std::size_t position() const noexcept { return base_; }

@@ -167,12 +167,16 @@ TEST(CliPlan, SplitsLongReadsIntoBatchesTheDriverAccepts) {
     for (const auto &batch : plan.batches) {
         EXPECT_LE(batch.size(), ReadLimits{}.max_requests);
         std::size_t values = 14;
+        std::size_t items = 17;  // the resolve reply: 24 bytes an item, 4 more per subscript of its name
         for (const ReadPart &p : batch) {
             values += p.reg_nums;  // 16/32/64-bit values take their own size on the wire
+            const Tag &tag = tags().tags()[sels[p.selection].tag];
+            items += p.bytes / tag.element_bytes * (24 + 4 * tag.shape->dims);
             EXPECT_EQ(p.offset, covered[p.selection]);  // parts follow each other without gaps
             covered[p.selection] += p.bytes;
         }
         EXPECT_LE(values, 4096u);
+        EXPECT_LE(items, 4096u);
     }
     EXPECT_EQ(covered, (std::vector<std::size_t>{2000, 4, 800}));
 

@@ -53,7 +53,10 @@ void units(const Tag &tag, uint32_t first, uint32_t count, uint32_t &addr, uint3
 ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, const ReadLimits &limits) {
     ReadPlan plan;
     std::vector<ReadPart> batch;
-    std::size_t names = 0, resolve = kResolveOverhead, values = kValueOverhead;
+    // Bytes of the request frames and of the two replies: every one must fit
+    // the driver's 4096-byte areas (the resolve reply with each item's
+    // extensions, which the driver's own bound of 24 bytes per item leaves out).
+    std::size_t names = 0, resolve = kResolveOverhead, values = kValueOverhead, items = wire::kItemStart;
     auto location = [&] { return kLocationOverhead + kLocationEntry * names; };
     auto close_batch = [&] {
         if (!batch.empty()) plan.batches.push_back(std::move(batch));
@@ -61,6 +64,7 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
         names = 0;
         resolve = kResolveOverhead;
         values = kValueOverhead;
+        items = wire::kItemStart;
     };
 
     for (std::size_t s = 0; s < selections.size(); ++s) {
@@ -71,6 +75,7 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
             return plan;
         }
         const std::size_t per_value = value_bytes(tag);
+        const std::size_t per_item = wire::item_bytes(format::name_subscripts(tag.rec));
         plan.buffer_bytes.push_back(std::size_t{sel.count} * tag.element_bytes);
         uint32_t e = sel.first;
         const uint32_t end = sel.first + sel.count;
@@ -84,11 +89,13 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
             while (e + count < end) {
                 const std::size_t name = read_name_cost(tag, e + count);
                 if (names + 1 > limits.max_names || resolve + name > limits.frame_bytes ||
-                    location() + kLocationEntry > limits.frame_bytes || values + per_value > limits.frame_bytes)
+                    location() + kLocationEntry > limits.frame_bytes || values + per_value > limits.frame_bytes ||
+                    items + per_item > limits.frame_bytes)
                     break;
                 ++names;
                 resolve += name;
                 values += per_value;
+                items += per_item;
                 ++count;
             }
             if (count == 0) {
