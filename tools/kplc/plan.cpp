@@ -140,8 +140,7 @@ WritePlan plan_write(const TagSet &tags, const Selection &target, std::span<cons
             // A text shorter than its element ends with a terminator, so that
             // nothing of an earlier, longer text remains visible.
             std::vector<uint8_t> text = values[i];
-            if (text.size() < es) text.push_back(0);
-            if (tag.type->kind == ValueKind::WideText && text.size() < es) text.push_back(0);
+            for (uint32_t t = 0; t < format::terminator_bytes(tag.rec.type) && text.size() < es; ++t) text.push_back(0);
             const uint32_t base = (first + i) * es;
             for (std::size_t off = 0; off < text.size(); off += kMaxTextChunk) {
                 const std::size_t n = std::min<std::size_t>(kMaxTextChunk, text.size() - off);
