@@ -7,7 +7,6 @@
 #include <cctype>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -34,10 +33,14 @@ TEST(DissectorTable, NamesTheCommandsOfTheWireHome) {
     ASSERT_NE(start, std::string::npos);
     const std::string block = lua.substr(start, lua.find('}', start) - start);
 
+    // Rows read: [0xC0DE] = "Name",
     std::map<unsigned, std::string> dissector;
-    const std::regex row(R"re(\[0x([0-9A-Fa-f]{4})\]\s*=\s*"([^"]*)")re");
-    for (std::sregex_iterator it(block.begin(), block.end(), row), end; it != end; ++it)
-        dissector[std::stoul((*it)[1].str(), nullptr, 16)] = plain((*it)[2].str());
+    for (std::size_t at = block.find("[0x"); at != std::string::npos; at = block.find("[0x", at + 1)) {
+        const std::size_t open = block.find('"', at);
+        const std::size_t close = open == std::string::npos ? open : block.find('"', open + 1);
+        ASSERT_NE(close, std::string::npos) << block.substr(at);
+        dissector[std::stoul(block.substr(at + 3, 4), nullptr, 16)] = plain(block.substr(open + 1, close - open - 1));
+    }
 
     std::map<unsigned, std::string> home;
     for (const auto &c : kplc::wire::kCommands) home[static_cast<unsigned>(c.code)] = plain(std::string(c.name));
