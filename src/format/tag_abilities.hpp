@@ -12,6 +12,11 @@
 
 namespace kplc::format {
 
+// Widths whose values the read path decodes: one bit of a word, or 1, 2 or 4
+// words. Width 8 (SINT, USINT, BYTE) and 0 outside a string shape (STRING2)
+// have no known layout in the value response.
+constexpr bool decoded_width(int bits) noexcept { return bits == 1 || bits == 16 || bits == 32 || bits == 64; }
+
 // Why a tag cannot be read; None when it can.
 enum class ReadBlock : uint8_t {
     None,
@@ -25,8 +30,8 @@ enum class ReadBlock : uint8_t {
 constexpr ReadBlock read_block(const kplc_tag_str &tag) noexcept {
     const TypeRow *type = type_of(tag.type);
     if (type == nullptr) return ReadBlock::UnknownType;
-    if (type->bits == 8) return ReadBlock::EightBit;
-    if (type->bits != 0) return ReadBlock::None;
+    if (decoded_width(type->bits)) return ReadBlock::None;
+    if (type->bits != 0) return ReadBlock::EightBit;
     if (tag.attr != STRING) return ReadBlock::TextWithoutLength;
     const uint32_t size = string_element_size(tag);
     if (size == 0) return ReadBlock::EmptyString;

@@ -213,6 +213,12 @@ constexpr std::optional<std::size_t> suffix_chars(const kplc_tag_str &tag, uint3
     return n;
 }
 
+// Subscripts ("#" numbers) of a formed element name: one per dimension, and
+// a string element's character.
+constexpr unsigned name_subscripts(const kplc_tag_str &tag) noexcept {
+    return dimensions(tag) + (tag.attr == STRING ? 1 : 0);
+}
+
 // Bytes of a symbol entry of `units` UTF-16 code units: the count, then the units.
 constexpr std::size_t symbol_entry_bytes(std::size_t units) noexcept { return 2 + 2 * units; }
 

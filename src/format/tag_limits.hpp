@@ -26,9 +26,10 @@ inline constexpr std::size_t kMaxReadElements =
 inline constexpr std::size_t kMaxReadNames = (proto::kReceiveArea - wire::kItemUsable) / wire::kItemStride + 1;
 // The word count of a location entry is one byte.
 inline constexpr uint32_t kMaxEntryWords = 0xFF;
-// Shortest replies a read pass can use: a resolve reply up to the first
-// item's location, a value reply up to its data.
-inline constexpr std::size_t kMinResolveReply = wire::kItemUsable - 1;
+// Shortest replies a read pass goes on with: a resolve reply of more than 24
+// bytes (the first item's location is then checked byte by byte as the read
+// by location request is built), a value reply that reaches its data offset.
+inline constexpr std::size_t kMinResolveReply = 25;
 inline constexpr std::size_t kMinValueReply = wire::kReplyDataOffset;
 
 // ---- Writes --------------------------------------------------------------------

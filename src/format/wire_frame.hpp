@@ -58,11 +58,13 @@ constexpr std::optional<uint16_t> u16_at(std::span<const uint8_t> frame, std::si
 // Fills data_len and its complement for a frame of `length` bytes (at least 8).
 constexpr void put_length(std::span<uint8_t> frame, std::size_t length) noexcept {
     const auto data_len = static_cast<uint32_t>(length - kUncountedBytes);
-    for (std::size_t i = 0; i < 4; ++i) {
-        const auto byte = static_cast<uint8_t>(data_len >> (24 - 8 * i));
-        frame[kDataLenOffset + i] = byte;
-        frame[kComplementOffset + i] = static_cast<uint8_t>(~byte);
-    }
+    uint8_t *const len = frame.data() + kDataLenOffset;
+    uint8_t *const complement = frame.data() + kComplementOffset;
+    len[0] = static_cast<uint8_t>(data_len >> 24);
+    len[1] = static_cast<uint8_t>(data_len >> 16);
+    len[2] = static_cast<uint8_t>(data_len >> 8);
+    len[3] = static_cast<uint8_t>(data_len);
+    for (std::size_t i = 0; i < 4; ++i) complement[i] = static_cast<uint8_t>(~len[i]);
 }
 
 // Whether bytes 4-7 complement bytes 0-3; false when they were not all received.

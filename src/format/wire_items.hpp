@@ -104,6 +104,10 @@ inline constexpr std::size_t kItemExtensionSize = 4;
 inline constexpr std::size_t kItemUsable = kItemLocation + kItemLocationSize;
 static_assert(kItemArea == 21 && kItemBitNumber == 30 && kItemExtensionCount == 40 && kItemStride == 24);
 
+// Bytes of an item with `extensions` extensions. The PLC gives a name one
+// extension per subscript it carries ("Grid[#1,#2]": two).
+constexpr std::size_t item_bytes(std::size_t extensions) noexcept { return kItemStride + kItemExtensionSize * extensions; }
+
 // The fields of one resolve item that a request built from it needs.
 struct ResolveItem {
     uint8_t area;                                   // area code
@@ -116,23 +120,32 @@ class ResolveCursor {
 public:
     explicit ResolveCursor(std::span<const uint8_t> reply) noexcept : reply_(reply) {}
 
+    // Whether the reply holds the current item's bytes up to (not including)
+    // `end`, a kItem* offset past the last byte wanted.
+    // (No overflow: the cursor moves only from a received byte, by at most
+    // item_bytes(255), so it stays within a few KiB of the reply's end.)
+    [[nodiscard]] bool holds(std::size_t end) const noexcept { return base_ + end <= reply_.size(); }
+    // The current item's bytes, at the kItem* offsets; only those `holds` vouches for may be read.
+    [[nodiscard]] const uint8_t *bytes() const noexcept { return reply_.data() + base_; }
+
     // Area code and location of the current item, if received.
     [[nodiscard]] std::optional<ResolveItem> item() const noexcept {
-        const std::size_t end = base_ + kItemUsable;
-        if (end > reply_.size() || end < base_) return std::nullopt;
-        const uint8_t *at = reply_.data() + base_;
+        if (!holds(kItemUsable)) return std::nullopt;
+        const uint8_t *at = bytes();
         return ResolveItem{at[kItemArea], {at[kItemLocation], at[kItemLocation + 1], at[kItemLocation + 2],
                                            at[kItemLocation + 3]}};
     }
     // Byte `field` (a kItem* offset) of the current item, if received.
-    [[nodiscard]] std::optional<uint8_t> at(std::size_t field) const noexcept { return byte_at(reply_, base_ + field); }
+    [[nodiscard]] std::optional<uint8_t> at(std::size_t field) const noexcept {
+        if (!holds(field + 1)) return std::nullopt;
+        return bytes()[field];
+    }
     // Whether the current item was received up to its extension count.
-    [[nodiscard]] bool whole() const noexcept { return at(kItemExtensionCount).has_value(); }
+    [[nodiscard]] bool whole() const noexcept { return holds(kItemExtensionCount + 1); }
     // Moves to the next item; false when the extension count was not received.
     bool advance() noexcept {
-        const auto count = at(kItemExtensionCount);
-        if (!count) return false;
-        base_ += kItemStride + kItemExtensionSize * std::size_t{*count};
+        if (!whole()) return false;
+        base_ += item_bytes(bytes()[kItemExtensionCount]);
         return true;
     }
     [[nodiscard]] std::size_t position() const noexcept { return base_; }

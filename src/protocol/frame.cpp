@@ -20,7 +20,8 @@ bool FrameWriter::begin(Command command, uint16_t sequence) noexcept {
     ok_ = true;
     begun_ = true;
     // data_len and its complement are filled in by finish().
-    return zeros(8) && u16(sequence) && u16(static_cast<uint16_t>(command));
+    static_assert(wire::kCommandOffset == wire::kSequenceOffset + 2 && wire::kHeaderSize == wire::kCommandOffset + 2);
+    return zeros(wire::kSequenceOffset) && u16(sequence) && u16(static_cast<uint16_t>(command));
 }
 
 bool FrameWriter::u8(uint8_t value) noexcept {

@@ -63,16 +63,7 @@ inline Refusal shape(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &bu
     out.tag = &tag;
     if (buf.buff == nullptr) return Refusal::NoBuffer;
     if (tag.attr == STRING) return shape_string(tag, reg, buf, out);
-    // Values are decoded by width: one bit of a word, or 1, 2 or 4 words.
-    // Width 8 (SINT, USINT, BYTE) and 0 outside a string shape (STRING2) have
-    // no known layout in the value response.
-    switch (tag.bits) {
-        case 1:
-        case 16:
-        case 32:
-        case 64: break;
-        default: return Refusal::UnsupportedWidth;
-    }
+    if (!format::decoded_width(tag.bits)) return Refusal::UnsupportedWidth;
     out.first = first_element(tag.bits, reg.regAddr);
     out.count = elements_in_stretch<uint32_t>(tag.bits, reg.regNums);
     // A scalar or structure member is sent as its bare name, which resolves to

@@ -59,15 +59,15 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
         for (uint32_t m = 0; m < request.count; ++m) {
             if (!first_item && !items.advance()) return 0;
             first_item = false;
-            const auto item = items.item();
-            if (!item) return 0;
+            if (!items.holds(wire::kItemUsable)) return 0;
+            const uint8_t *item = items.bytes();
             if (entry == entries.data() + entries.size()) return 0;  // more entries than the plan counted
             // Location entry: 00, area code, 00, word count, location.
             entry[0] = 0;
-            entry[wire::kEntryArea] = item->area;
+            entry[wire::kEntryArea] = item[wire::kItemArea];
             entry[2] = 0;
             entry[wire::kEntryWords] = m == 0 ? first_words : other_words;
-            std::memcpy(entry + wire::kEntryLocation, item->location.data(), item->location.size());
+            std::memcpy(entry + wire::kEntryLocation, item + wire::kItemLocation, wire::kItemLocationSize);
             if (is_bool) {
                 // The bit number of a BOOL element inside the word the entry
                 // reads: item byte 30 for the device classes that carry it
@@ -77,9 +77,8 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
                 const std::size_t index = request.first_entry + static_cast<std::size_t>(m);
                 if (index >= plan.bit_numbers.size()) return 0;
                 if (bit_in_item) {
-                    const auto bit = items.at(wire::kItemBitNumber);
-                    if (!bit) return 0;
-                    plan.bit_numbers[index] = static_cast<uint8_t>(*bit & 0x0F);
+                    if (!items.holds(wire::kItemBitNumber + 1)) return 0;
+                    plan.bit_numbers[index] = static_cast<uint8_t>(item[wire::kItemBitNumber] & 0x0F);
                 } else {
                     uint8_t &last = entry[wire::kEntryLocationLast];
                     plan.bit_numbers[index] = static_cast<uint8_t>(last & 0x0F);

@@ -217,14 +217,14 @@ void read_length(Walk &walk, uint16_t type, kplc_tag_str &tag) noexcept {
     if (type == kplc::format::kString) {
         const uint32_t n = kplc::format::declared_elements(tag);
         if (n != 0) tag.byte_len /= n;
-        tag.byte_len += 1;
+        tag.byte_len += kplc::format::terminator_bytes(kplc::format::kString);
     } else if (type == kplc::format::kWString) {
         const uint32_t n = kplc::format::declared_elements(tag);
         if (n != 0) {
             tag.byte_len /= n;
             std::printf("tag wstring size(%d)\r\n", static_cast<int>(tag.byte_len));
         }
-        tag.byte_len += 2;
+        tag.byte_len += kplc::format::terminator_bytes(kplc::format::kWString);
     }
 }
 

@@ -167,12 +167,16 @@ TEST(CliPlan, SplitsLongReadsIntoBatchesTheDriverAccepts) {
     for (const auto &batch : plan.batches) {
         EXPECT_LE(batch.size(), ReadLimits{}.max_requests);
         std::size_t values = 14;
+        std::size_t items = 17;  // the resolve reply: 24 bytes an item, 4 more per subscript of its name
         for (const ReadPart &p : batch) {
             values += p.reg_nums;  // 16/32/64-bit values take their own size on the wire
+            const Tag &tag = tags().tags()[sels[p.selection].tag];
+            items += p.bytes / tag.element_bytes * (24 + 4 * tag.shape->dims);
             EXPECT_EQ(p.offset, covered[p.selection]);  // parts follow each other without gaps
             covered[p.selection] += p.bytes;
         }
         EXPECT_LE(values, 4096u);
+        EXPECT_LE(items, 4096u);
     }
     EXPECT_EQ(covered, (std::vector<std::size_t>{2000, 4, 800}));
 
@@ -258,7 +262,7 @@ TEST(CliFailure, TellsTheCauseFromTheRelayedTraffic) {
 TEST(CliCheck, ReportsEachProblemWithItsLine) {
     const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
         {kTags, {"11: cannot be written: the driver has no writer for WSTRING", "13: cannot be written", "14: cannot be written",
-                 "19: cannot be read: strings of more than 508 bytes"}},
+                 "19: cannot be read: strings of more than 509 bytes"}},
         {"id,name,type\n1,A,INT,,2,,,-1\n", {"1: a header line"}},
         {"1,A,INT,,2,,,-1\n\n3,B,INT,,2,,,-1\n", {"2: blank line"}},
         {"1,A,INT,,2,,,-1\n2,B,INT,,2,,,-1", {"2: no line feed at the end"}},
@@ -268,7 +272,7 @@ TEST(CliCheck, ReportsEachProblemWithItsLine) {
         {"1,A,INT,,2,,,-1\n1,A,INT,,2,,,-1\n", {"2: duplicate id 1 (also line 1)", "2: duplicate name 'A' (also line 1)"}},
         {"1,A,INT,[3..1],2,,,-1\n2,B,INT,[1-3],2,,,-1\n", {"1: reversed bounds [3..1]", "2: bad bounds '[1-3]'"}},
         {"1,A,SINT,,1,,,-1\n2,S,STRING,,600,,,-1\n",
-         {"1: cannot be read: the driver does not read 8-bit types", "1: cannot be written", "2: cannot be read: strings of more than 508 bytes"}},
+         {"1: cannot be read: the driver does not read 8-bit types", "1: cannot be written", "2: cannot be read: strings of more than 509 bytes"}},
         {"1,Axis[2,3],REAL,,4,,,-1\n1000,B,BOOL,,1,,MR5,-1\n", {}},
     };
     for (const auto &[file, expected] : cases) {

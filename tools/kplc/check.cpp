@@ -5,12 +5,13 @@
 #include <map>
 
 #include "capability.hpp"
+#include "format/tag_lines.hpp"
 #include "text.hpp"
 
 namespace kplc::cli {
 namespace {
 
-constexpr std::size_t kLineChars = 255;
+constexpr std::size_t kLineChars = format::kChunkChars;
 
 std::vector<std::string_view> split(std::string_view s, char sep) {
     std::vector<std::string_view> out;

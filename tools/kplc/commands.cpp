@@ -14,6 +14,7 @@
 #include "capability.hpp"
 #include "check.hpp"
 #include "failure.hpp"
+#include "format/device_class.hpp"
 #include "json.hpp"
 #include "selection.hpp"
 #include "text.hpp"
@@ -131,23 +132,7 @@ std::string scope_text(const Tag &tag) {
 }
 
 // The device area the driver found in the device column (its class code).
-std::string device_text(const Tag &tag) {
-    switch (tag.rec.address) {
-    case 0: return "R/DR";
-    case 1: return "CR";
-    case 6: return "DM";
-    case 7: return "CM";
-    case 8: return "TM";
-    case 17: return "MR";
-    case 18: return "LR";
-    case 23: return "EM";
-    case 25: return "FM";
-    case 27: return "B";
-    case 28: return "W";
-    case 44: return "ZF";
-    default: return "-";
-    }
-}
+std::string device_text(const Tag &tag) { return std::string(format::device_name(tag.rec.address)); }
 
 // Either the text line "NAME = VALUE" or one JSON object of an array.
 void print_value(Context &ctx, bool &first, const Tag &tag, const Selection &sel, std::span<const uint8_t> bytes,

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 
+#include "format/frame_limits.hpp"
 #include "format/wire.hpp"
 #include "json.hpp"
 #include "text.hpp"
@@ -170,6 +171,11 @@ Diagnosis diagnose(std::span<const TrafficEvent> events, const std::string &plc,
             }
             return {kExitBadReply, cat("the PLC refused the ", what, " request (status ", hex, ")")};
         }
+        // The driver takes a reply from one receive of a bounded area; the rest stays unread.
+        if (reply.size() > proto::kReceiveArea)
+            return {kExitBadReply, cat("the PLC's reply to the ", what, " request (", reply.size(),
+                                       " bytes) is longer than the ", proto::kReceiveArea,
+                                       " bytes the driver takes in one receive")};
         const std::vector<std::size_t> missing = left_out(x);
         if (!missing.empty()) {
             const auto &labels = is(code, Command::SymbolResolve) ? resolve_names(x.request) : names;
