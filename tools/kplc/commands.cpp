@@ -13,6 +13,7 @@
 
 #include "capability.hpp"
 #include "check.hpp"
+#include "format/tag_lines.hpp"
 #include "failure.hpp"
 #include "json.hpp"
 #include "selection.hpp"
@@ -162,18 +163,37 @@ void print_value(Context &ctx, bool &first, const Tag &tag, const Selection &sel
     first = false;
 }
 
+// A name that only the unread last line of the tag file defines.
+std::string unread_hint(const TagSet *unread, const std::string &source, std::string_view name) {
+    const bool id = name.find_first_not_of("0123456789 ") == std::string_view::npos;  // ids count read lines only
+    if (unread == nullptr || unread->tags().empty() || id || !find_selection(*unread, name).selection) return {};
+    return cat("hint: '", name, "' is on the last line of ", source,
+               ", which no line feed ends: the driver does not read that line (end the file with a line feed)");
+}
+
 void close_json(Context &ctx, bool first) {
     if (ctx.opts.json) std::fputs(first ? "[]\n" : "\n]\n", ctx.out.results());
 }
 
 }  // namespace
 
-bool resolve_names(const TagSet &tags, const std::vector<std::string> &names, std::vector<Selection> &out) {
+TagSet unread_tail(std::string_view contents, ParseLine parser) {
+    const std::size_t lf = contents.rfind('\n');
+    std::string_view tail = lf == std::string_view::npos ? contents : contents.substr(lf + 1);
+    // Only the last piece of a long line would count, as the loader cuts it.
+    if (tail.size() > kplc::format::kChunkChars - 1) tail = tail.substr(tail.size() - (kplc::format::kChunkChars - 1));
+    if (tail.find_first_not_of(" \t\r") == std::string_view::npos) return TagSet::parse("", parser);
+    return TagSet::parse(cat(tail, "\n"), parser);
+}
+
+bool resolve_names(const TagSet &tags, const std::vector<std::string> &names, std::vector<Selection> &out,
+                   const TagSet *unread, const std::string &source) {
     bool ok = true;
     for (const std::string &name : names) {
         Lookup found = find_selection(tags, name);
         if (!found.selection) {
             error_line(found.error);
+            if (const std::string hint = unread_hint(unread, source, name); !hint.empty()) error_line(hint);
             ok = false;
             continue;
         }
@@ -225,21 +245,33 @@ int run_list(Context &ctx) {
 
 int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser,
               std::FILE *out) {
+    // The first kMaxShown findings are listed, then their count: a file of
+    // any size (random bytes too) gives a screenful, not a copy of itself.
+    constexpr std::size_t kMaxShown = 100;
     const std::vector<Problem> problems = check_tag_file(contents, parser);
+    const auto faults = static_cast<std::size_t>(
+        std::count_if(problems.begin(), problems.end(), [](const Problem &p) { return !p.note; }));
     bool first = true;
-    for (const Problem &p : problems) {
+    for (std::size_t i = 0; i < problems.size() && i < kMaxShown; ++i) {
+        const Problem &p = problems[i];
         if (opts.json) {
-            std::fprintf(out, "%s{\"line\":%zu,\"problem\":%s}", first ? "[\n" : ",\n", p.line, json_string(p.text).c_str());
+            std::fprintf(out, "%s{\"line\":%zu,\"%s\":%s}", first ? "[\n" : ",\n", p.line, p.note ? "note" : "problem",
+                         json_string(p.text).c_str());
             first = false;
-        } else if (p.line != 0) {
-            std::fprintf(out, "%s:%zu: %s\n", path.c_str(), p.line, p.text.c_str());
         } else {
-            std::fprintf(out, "%s: %s\n", path.c_str(), p.text.c_str());
+            const std::string where = p.line != 0 ? cat(path, ":", p.line) : path;
+            std::fprintf(out, "%s: %s%s\n", where.c_str(), p.note ? "note: " : "", p.text.c_str());
         }
     }
+    if (problems.size() > kMaxShown) {
+        const std::string more = cat(problems.size() - kMaxShown, " more findings not shown (", faults,
+                                     " problems in all)");
+        if (opts.json) std::fprintf(out, ",\n{\"line\":0,\"note\":%s}", json_string(more).c_str());
+        else std::fprintf(out, "%s: %s\n", path.c_str(), more.c_str());
+    }
     if (opts.json) std::fputs(first ? "[]\n" : "\n]\n", out);
-    else if (problems.empty()) std::fprintf(out, "%s: no problems found\n", path.c_str());
-    return problems.empty() ? kExitOk : kExitTag;
+    else if (faults == 0) std::fprintf(out, "%s: no problems found\n", path.c_str());
+    return faults == 0 ? kExitOk : kExitTag;
 }
 
 int run_read(Context &ctx, const std::vector<Selection> &selections) {
@@ -308,6 +340,7 @@ int run_write(Context &ctx) {
         Lookup found = find_selection(ctx.tags, name);
         if (!found.selection) {
             problem(kExitTag, found.error);
+            if (const std::string hint = unread_hint(ctx.unread, ctx.source, name); !hint.empty()) error_line(hint);
             continue;
         }
         Selection target = std::move(*found.selection);
@@ -361,6 +394,21 @@ int run_write(Context &ctx) {
         return status;
     }
 
+    // "written: ...; unknown: ...; not written: ...": the jobs before j, then
+    // job j, whose part p is under way (unknown) or failed (not written), then
+    // the jobs after it.
+    const auto summary = [&jobs](std::size_t j, std::size_t p, bool failed) {
+        std::string written, unknown, not_written;
+        for (std::size_t k = 0; k < jobs.size(); ++k) {
+            std::string &list = k < j ? written : k == j && !failed ? unknown : not_written;
+            list += cat(list.empty() ? "" : ", ", jobs[k].target.label);
+            if (k == j && p > 0)
+                list += cat(" (", p, " of its ", jobs[j].plan.parts.size(), " requests went through)");
+        }
+        return cat("written: ", written.empty() ? "none" : written,
+                   unknown.empty() ? "" : cat("; unknown: ", unknown, failed ? "" : " (the PLC has not answered yet)"),
+                   "; not written: ", not_written.empty() ? "none" : not_written);
+    };
     bool first = true;
     for (std::size_t j = 0; j < jobs.size(); ++j) {
         Job &job = jobs[j];
@@ -369,21 +417,22 @@ int run_write(Context &ctx) {
             WritePart &part = job.plan.parts[p];
             Reg reg = ctx.session->reg(part.reg_id, part.reg_addr, part.reg_nums);
             begin_call(ctx);
+            // A Ctrl-C while the driver waits ends the tool from the signal
+            // thread: it says this, since nobody can tell whether the PLC took
+            // the value.
+            say_on_signal(cat("interrupted while writing ", job.target.label, ": ", summary(j, p, false)));
             const unsigned rc = ctx.session->write(reg, part.data.data());
+            say_on_signal("");
             ctx.out.drain();
             if (rc == ER_OK) ctx.between.clear();
             if (rc == ER_OK && !g_interrupted) continue;
             const Failure f = rc == ER_OK ? Failure{kExitInterrupted, "interrupted"} : explain(ctx, rc);
             ctx.out.settle(true);
             error_line(cat("writing ", job.target.label, " failed: ", f.why));
-            std::string written, not_written;
-            for (std::size_t k = 0; k < jobs.size(); ++k) {
-                std::string &list = k < j || (k == j && rc == ER_OK) ? written : not_written;
-                list += cat(list.empty() ? "" : ", ", jobs[k].target.label);
-                if (k == j && p > 0 && rc != ER_OK) list += cat(" (", p, " of its ", job.plan.parts.size(), " requests went through)");
-            }
-            error_line(cat("written: ", written.empty() ? "none" : written, "; not written: ",
-                           not_written.empty() ? "none" : not_written));
+            // Interrupted after a part went through: the whole of job j is
+            // written only when that was its last part.
+            const bool done = rc == ER_OK && p + 1 == job.plan.parts.size();
+            error_line(done ? summary(j + 1, 0, true) : summary(j, rc == ER_OK ? p + 1 : p, true));
             close_json(ctx, first);
             return f.status;
         }
@@ -436,7 +485,7 @@ int run_watch(Context &ctx, const std::vector<Selection> &selections) {
             const Tag &tag = ctx.tags.tags()[sel.tag];
             std::string now = r.failures[i] ? cat("\x01", r.failures[i]->why)  // marks a failure state
                                             : format_selection(tag, sel, r.buffers[i]);
-            if (r.failures[i]) status = r.failures[i]->status;
+            if (r.failures[i] && status == kExitOk) status = r.failures[i]->status;
             if (seen[i] && now == last[i]) continue;
             seen[i] = true;
             last[i] = now;

@@ -26,7 +26,7 @@ const char *const kUsage =
     "  --workdir DIR      take the tag file the runtime would use from DIR/driver/ (read only)\n"
     "  --install-tags     with --workdir and --tags: copy FILE into DIR/driver/ when that\n"
     "                     file does not exist yet (never replaces one)\n"
-    "  --timeout S        response time-out in seconds (default 3)\n"
+    "  --timeout S        response time-out in seconds, 1 at least (default 3)\n"
     "  --udp              talk to the PLC over UDP\n"
     "  --trace            print every request and reply in hex (on stderr)\n"
     "  --json             results as JSON (watch: one object per line)\n"
@@ -48,7 +48,8 @@ const char *const kUsage =
     "exit status: 0 success, 1 the driver failed or refused a request, 2 bad arguments or values,\n"
     "             3 unknown tag or unusable tag file, 4 the driver library could not be loaded,\n"
     "             5 cannot connect, 6 no answer from the PLC, 7 reply too short, 8 reply not usable,\n"
-    "             130 interrupted\n";
+    "             130 interrupted. When names fail for different causes, the first name that\n"
+    "             failed, in the order given, decides.\n";
 
 namespace {
 
@@ -191,8 +192,10 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             if (!dev) return fail(cat("--dev: '", v, "' is not a device index (0-65535)"));
             o.dev = *dev;
         } else if (name == "--timeout") {
-            const auto t = parse_number<uint16_t>(v, 0, 65535);
-            if (!t) return fail(cat("--timeout: '", v, "' is not a number of seconds (0-65535)"));
+            // The driver takes 0 for "do not wait": every reply would race
+            // the receive, and a healthy PLC would fail at random.
+            const auto t = parse_number<uint16_t>(v, kMinTimeout, 65535);
+            if (!t) return fail(cat("--timeout: '", v, "' is not a number of seconds (", kMinTimeout, "-65535)"));
             o.timeout = *t;
         } else if (name == "--tags") {
             if (v.empty()) return fail("--tags needs a file name");

@@ -10,6 +10,9 @@
 
 namespace kplc::cli {
 
+// The shortest response time-out the tool accepts, in seconds.
+inline constexpr uint16_t kMinTimeout = 1;
+
 enum class Command { None, List, Read, Write, Watch, Check };
 
 // How much of the driver's own diagnostic lines reaches standard error.
@@ -26,7 +29,7 @@ struct Options {
     std::string tags;     // tag file to use
     std::string workdir;  // run in this folder (its ./driver/ holds the tag files)
     std::string lib;      // driver library to load
-    uint16_t timeout = 3; // response time-out, whole seconds
+    uint16_t timeout = 3; // response time-out, whole seconds (kMinTimeout at least)
     bool udp = false;
     bool trace = false;
     uint32_t interval_ms = 500;
