@@ -1,0 +1,1 @@
+"""pytest plugin: a simulator per test and a session to it."""
