@@ -11,6 +11,7 @@
 #include "driver_api.hpp"
 #include "driver_output.hpp"
 #include "options.hpp"
+#include "serve.hpp"
 #include "signals.hpp"
 #include "text.hpp"
 #include "trace_proxy.hpp"
@@ -80,9 +81,11 @@ int run(const Options &opts) {
     Context ctx{opts, tags, out, nullptr, nullptr, {}, {}, {}};
     if (opts.command == Command::List) return run_list(ctx);
 
-    if (!gather_names(opts, ctx.args, error)) return fail(kExitUsage, error);
     std::vector<Selection> selections;
-    if (opts.command != Command::Write && !resolve_names(tags, ctx.args, selections)) return kExitTag;
+    if (opts.command != Command::Serve) {
+        if (!gather_names(opts, ctx.args, error)) return fail(kExitUsage, error);
+        if (opts.command != Command::Write && !resolve_names(tags, ctx.args, selections)) return kExitTag;
+    }
 
     // The driver talks to the relay on 127.0.0.1, which passes everything on
     // to the PLC and keeps the record that explains failures; the tag file
@@ -110,6 +113,7 @@ int run(const Options &opts) {
     case Command::Read: status = run_read(ctx, selections); break;
     case Command::Write: status = run_write(ctx); break;
     case Command::Watch: status = run_watch(ctx, selections); break;
+    case Command::Serve: status = run_serve(ctx, api->pase_str); break;
     default: break;
     }
     return g_interrupted ? kExitInterrupted : status;

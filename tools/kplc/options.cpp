@@ -15,6 +15,7 @@ const char *const kUsage =
     "       kplc [options] write NAME=VALUE...\n"
     "       kplc [options] watch NAME|ID... [--interval-ms N] [--count N]\n"
     "       kplc [--lib PATH] check FILE\n"
+    "       kplc [options] serve        (JSON requests on stdin, one answer per line on stdout)\n"
     "\n"
     "Reads and writes PLC tags by name through the kplc driver, as the panel runtime does.\n"
     "\n"
@@ -67,6 +68,7 @@ std::optional<Command> command_of(std::string_view word) {
     if (word == "write") return Command::Write;
     if (word == "watch") return Command::Watch;
     if (word == "check") return Command::Check;
+    if (word == "serve") return Command::Serve;
     return std::nullopt;
 }
 
@@ -225,8 +227,10 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
     if (o.tags.empty() && o.workdir.empty()) return fail("no tag file: give --tags FILE (or --workdir DIR)");
     if (o.install_tags && (o.tags.empty() || o.workdir.empty()))
         return fail("--install-tags needs both --workdir DIR and --tags FILE");
-    if (o.command == Command::List) {
-        if (!o.args.empty()) return fail("list takes no arguments");
+    if (o.command == Command::List || o.command == Command::Serve) {
+        if (!o.args.empty() || !o.names_file.empty())
+            return fail(o.command == Command::List ? "list takes no arguments" : "serve takes no arguments");
+        if (o.command == Command::Serve && !o.port) return fail("no PLC port: give --port N");
         return r;
     }
     if (o.args.empty() && o.names_file.empty()) return fail("no tag names given");

@@ -10,7 +10,7 @@
 
 namespace kplc::cli {
 
-enum class Command { None, List, Read, Write, Watch, Check };
+enum class Command { None, List, Read, Write, Watch, Check, Serve };
 
 // How much of the driver's own diagnostic lines reaches standard error.
 enum class Chatter { Quiet, Normal, Verbose };
