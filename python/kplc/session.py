@@ -224,6 +224,11 @@ class Session:
             self._finalizer()
 
     @property
+    def pid(self) -> int:
+        """Process id of this session's ``kplc serve``."""
+        return self._proc.pid
+
+    @property
     def closed(self) -> bool:
         return not self._finalizer.alive
 
