@@ -82,8 +82,8 @@ class Session:
     """
 
     def __init__(self, host: str, port: int, tags: PathLike, *, timeout: int = 3, dev: int = 0,
-                 udp: bool = False, tool: PathLike | None = None, lib: PathLike | None = None,
-                 verbose: bool = False) -> None:
+                 udp: bool = False, direct: bool = False, tool: PathLike | None = None,
+                 lib: PathLike | None = None, verbose: bool = False) -> None:
         tag_file = Path(tags).expanduser()
         if not tag_file.is_file():
             raise error_for("tag_file", f"tag file '{tags}' does not exist")
@@ -91,6 +91,8 @@ class Session:
                 "--tags", str(tag_file.resolve()), "--timeout", str(int(timeout)), "--dev", str(int(dev))]
         if udp:
             args.append("--udp")
+        if direct:
+            args.append("--direct")
         if lib is not None:
             args += ["--lib", str(Path(lib).resolve())]
         if verbose:
@@ -260,15 +262,19 @@ def _stop_process(proc: subprocess.Popen[bytes], stderr: Any) -> None:
 
 
 def connect(host: str = "127.0.0.1", port: int | None = None, tags: PathLike | None = None, *,
-            timeout: int = 3, dev: int = 0, udp: bool = False, tool: PathLike | None = None,
-            lib: PathLike | None = None, verbose: bool = False) -> Session:
+            timeout: int = 3, dev: int = 0, udp: bool = False, direct: bool = False,
+            tool: PathLike | None = None, lib: PathLike | None = None, verbose: bool = False) -> Session:
     """Opens a session to the PLC at ``host:port`` whose variables ``tags`` describes.
 
-    ``timeout``: the driver's response time-out in whole seconds. ``tool``:
+    ``timeout``: the driver's response time-out in whole seconds. ``direct``:
+    the driver talks to the PLC itself instead of through the tool's relay,
+    which saves two hops per exchange but leaves failures without their cause
+    (they raise ``DriverError``). ``tool``:
     the ``kplc`` program (else ``KPLC_TOOL``, else ``PATH``); ``lib``: the
     driver library it loads. ``verbose``: every diagnostic line of the driver
     to the session's log (by default only those of failed calls).
     """
     if port is None or tags is None:
         raise TypeError("connect() needs port= and tags=")
-    return Session(host, port, tags, timeout=timeout, dev=dev, udp=udp, tool=tool, lib=lib, verbose=verbose)
+    return Session(host, port, tags, timeout=timeout, dev=dev, udp=udp, direct=direct, tool=tool, lib=lib,
+                   verbose=verbose)

@@ -152,14 +152,15 @@ class SimulatedSession(Session):
             self.simulator.stop()
 
 
-def simulate(tags: PathLike, *, timeout: int = 3, tool: PathLike | None = None, **simulator_options: Any) -> Session:
+def simulate(tags: PathLike, *, timeout: int = 3, direct: bool = False, tool: PathLike | None = None,
+             **simulator_options: Any) -> Session:
     """Starts ``kplc-sim`` with ``tags`` (and ``Simulator`` options) and returns a session to it.
 
     The simulator is at ``session.simulator`` and stops when the session closes.
     """
     sim = Simulator(tags, tool=tool, **simulator_options)
     try:
-        session = SimulatedSession(sim.host, sim.port, tags, timeout=timeout, tool=tool)
+        session = SimulatedSession(sim.host, sim.port, tags, timeout=timeout, direct=direct, tool=tool)
     except BaseException:
         sim.stop()
         raise

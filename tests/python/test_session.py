@@ -119,3 +119,18 @@ def test_protocol_survives_bad_requests(kplc_sim):
     assert [a.get("error", {}).get("cause", "ok") for a in answers] == ["ok"] + ["bad_request"] * 5 + ["ok", "bad_request", "ok"]
     assert answers[0]["id"] == "a" and answers[-1] == {"id": 7, "ok": True, "values": [
         {"name": "Title", "type": "STRING(20)", "value": "😀"}]}
+
+
+@pytest.mark.parametrize("expect", [
+    pytest.param(4, id="answers"),
+    pytest.param(kplc.DriverError, marks=pytest.mark.kplc_sim(fault="silent"), id="silent"),
+])
+def test_direct_session_skips_the_relay(kplc_sim, expect):
+    # Without the relay the driver's result code is all there is: no cause.
+    with kplc_sim.connect(direct=True) as plc:
+        if expect == 4:
+            plc.write(Speed=4)
+            assert plc.read("Speed") == 4
+        else:
+            with pytest.raises(expect):
+                plc.read("Speed")

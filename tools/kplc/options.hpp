@@ -29,6 +29,7 @@ struct Options {
     uint16_t timeout = 3; // response time-out, whole seconds
     bool udp = false;
     bool trace = false;
+    bool direct = false;  // the driver talks to the PLC itself, not through the relay
     uint32_t interval_ms = 500;
     std::optional<uint64_t> count;
     bool help = false;
