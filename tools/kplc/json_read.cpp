@@ -138,11 +138,14 @@ private:
             case 'u': {
                 auto u = hex4();
                 if (!u) return bad("bad \\u escape");
-                // A surrogate pair spells one character beyond the 16-bit plane.
-                if (*u >= 0xD800 && *u < 0xDC00 && word("\\u")) {
-                    const auto lo = hex4();
-                    if (!lo || *lo < 0xDC00 || *lo >= 0xE000) return bad("bad surrogate pair");
+                // A surrogate pair spells one character beyond the 16-bit
+                // plane; half a pair is no character at all.
+                if (*u >= 0xD800 && *u < 0xDC00) {
+                    const auto lo = word("\\u") ? hex4() : std::nullopt;
+                    if (!lo || *lo < 0xDC00 || *lo >= 0xE000) return bad("half a surrogate pair");
                     *u = 0x10000 + ((*u - 0xD800) << 10) + (*lo - 0xDC00);
+                } else if (*u >= 0xDC00 && *u < 0xE000) {
+                    return bad("half a surrogate pair");
                 }
                 utf8(out, *u);
                 break;
