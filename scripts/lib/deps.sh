@@ -29,7 +29,9 @@ kplc_install_packages() {
 
 # What building the driver, its tools and its tests needs, and checking the
 # packages (lintian, hardening-check from devscripts, libabigail's abidiff), and
-# the simulator's capture replay (libpcap; tcpdump to make captures in the tests).
+# the simulator's capture replay (libpcap; tcpdump to make captures in the tests),
+# and the Python package's install and tests (pip, setuptools, pytest, pytest-xdist).
 KPLC_BUILD_PACKAGES=(g++ cmake ninja-build make binutils libgtest-dev libgmock-dev libbenchmark-dev
     iproute2 procps g++-arm-linux-gnueabihf g++-aarch64-linux-gnu googletest qemu-user dpkg-dev pkg-config file tshark
-    clang-14 libclang-rt-14-dev valgrind lintian abigail-tools devscripts libpcap-dev tcpdump python3 openssl)
+    clang-14 libclang-rt-14-dev valgrind lintian abigail-tools devscripts libpcap-dev tcpdump python3 openssl
+    python3-pip python3-setuptools python3-wheel python3-pytest python3-pytest-xdist)

@@ -25,78 +25,6 @@ namespace {
 
 void error_line(const std::string &message) { std::fprintf(stderr, "kplc: %s\n", message.c_str()); }
 
-std::string plc_text(const Context &ctx) { return cat(ctx.opts.plc_text, ":", *ctx.opts.port); }
-
-struct Failure {
-    Exit status = kExitFailed;
-    std::string why;
-};
-
-// Starts the relay's record of one driver call. A PLC that closed the
-// connection since the last call is kept: it explains the next failure.
-void begin_call(Context &ctx) {
-    if (ctx.proxy == nullptr) return;
-    for (TrafficEvent &e : ctx.proxy->take())
-        if (e.kind == TrafficEvent::Kind::Closed) ctx.between.assign(1, std::move(e));
-}
-
-// Why the call that returned `rc` failed: from the relay's record when it
-// shows a cause, else in the driver's own terms.
-Failure explain(Context &ctx, unsigned rc) {
-    if (ctx.proxy != nullptr) {
-        std::vector<TrafficEvent> events = std::exchange(ctx.between, {});
-        for (TrafficEvent &e : ctx.proxy->take()) events.push_back(std::move(e));
-        const Diagnosis d = diagnose(events, plc_text(ctx), ctx.opts.timeout);
-        if (!d.message.empty()) return {d.status, d.message};
-    }
-    return {kExitFailed, cat(describe_result(rc), " (PLC ", plc_text(ctx), ")")};
-}
-
-bool link_failure(const Failure &f) { return f.status == kExitConnect || f.status == kExitNoAnswer; }
-
-struct ReadOutcome {
-    std::vector<std::vector<uint8_t>> buffers;      // per selection
-    std::vector<std::optional<Failure>> failures;   // per selection
-};
-
-// `show_driver`: pass on the driver's lines of a failed call (not while watch
-// already reported the link as lost).
-ReadOutcome read_selections(Context &ctx, const std::vector<Selection> &selections, const ReadPlan &plan,
-                            bool show_driver = true) {
-    ReadOutcome r;
-    r.failures.resize(selections.size());
-    for (std::size_t bytes : plan.buffer_bytes) r.buffers.emplace_back(bytes);
-    for (const auto &batch : plan.batches) {
-        std::vector<Reg> regs;
-        std::vector<DrvRWBuf> bufs(batch.size());
-        std::vector<DrvRWBuf *> ptrs;
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            const ReadPart &p = batch[i];
-            regs.push_back(ctx.session->reg(p.reg_id, p.reg_addr, p.reg_nums));
-            bufs[i].buff = r.buffers[p.selection].data() + p.offset;
-            bufs[i].size = static_cast<int32_t>(p.bytes);
-            bufs[i].error = kNotRead;
-            ptrs.push_back(&bufs[i]);
-        }
-        begin_call(ctx);
-        const unsigned rc = ctx.session->read(regs, ptrs);
-        ctx.out.drain();
-        if (rc == ER_OK) ctx.between.clear();
-        std::optional<Failure> failure;
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            uint32_t code = bufs[i].error;
-            if (code == kNotRead && rc != ER_OK) code = rc;
-            if (code == ER_OK) continue;
-            if (!failure) failure = explain(ctx, rc != ER_OK ? rc : code);
-            auto &slot = r.failures[batch[i].selection];
-            if (!slot) slot = failure;
-        }
-        ctx.out.settle(failure.has_value() && show_driver);
-        if (g_interrupted) break;
-    }
-    return r;
-}
-
 std::string timestamp() {
     timeval tv{};
     ::gettimeofday(&tv, nullptr);
@@ -129,25 +57,6 @@ std::string scope_text(const Tag &tag) {
     if (!tag.is_local()) return "global";
     const auto *program = reinterpret_cast<const char *>(tag.rec.local_name);
     return cat("program ", *program != '\0' ? program : "?", " (", tag.rec.mode_type, ")");
-}
-
-// The device area the driver found in the device column (its class code).
-std::string device_text(const Tag &tag) {
-    switch (tag.rec.address) {
-    case 0: return "R/DR";
-    case 1: return "CR";
-    case 6: return "DM";
-    case 7: return "CM";
-    case 8: return "TM";
-    case 17: return "MR";
-    case 18: return "LR";
-    case 23: return "EM";
-    case 25: return "FM";
-    case 27: return "B";
-    case 28: return "W";
-    case 44: return "ZF";
-    default: return "-";
-    }
 }
 
 // Either the text line "NAME = VALUE" or one JSON object of an array.
@@ -208,20 +117,13 @@ int run_list(Context &ctx) {
     rows.push_back({"ID", "NAME", "TYPE", "SHAPE", "DEVICE", "ACCESS", "SCOPE"});
     bool first = true;
     for (const Tag &tag : ctx.tags.tags()) {
-        std::string why;
-        const bool r = driver_reads(tag, why), w = driver_writes(tag, why);
         if (ctx.opts.json) {
-            const std::string program = tag.is_local() ? json_string(reinterpret_cast<const char *>(tag.rec.local_name))
-                                                       : std::string("null");
-            std::fprintf(out, "%s{\"id\":%u,\"name\":%s,\"type\":%s,\"shape\":%s,\"device\":%s,\"read\":%s,"
-                              "\"write\":%s,\"program\":%s}",
-                         first ? "[\n" : ",\n", static_cast<unsigned>(tag.id), json_string(tag.label).c_str(),
-                         json_string(type_text(tag)).c_str(), json_string(shape_text(tag)).c_str(),
-                         json_string(device_text(tag)).c_str(), r ? "true" : "false", w ? "true" : "false",
-                         program.c_str());
+            std::fprintf(out, "%s%s", first ? "[\n" : ",\n", tag_json(tag).c_str());
             first = false;
             continue;
         }
+        std::string why;
+        const bool r = driver_reads(tag, why), w = driver_writes(tag, why);
         rows.push_back({std::to_string(tag.id), tag.label, type_text(tag), shape_text(tag), device_text(tag),
                         cat(r ? "r" : "-", w ? "w" : "-"), scope_text(tag)});
     }
@@ -319,12 +221,7 @@ int run_write(Context &ctx) {
     // The whole batch is checked before the first write: every name, every
     // value and the driver's writer for every type. One problem anywhere and
     // nothing is sent; every problem is listed.
-    struct Job {
-        Selection target;
-        WritePlan plan;
-        std::vector<uint8_t> flat;  // the values as a read would return them
-    };
-    std::vector<Job> jobs;
+    std::vector<WriteJob> jobs;
     int status = kExitOk;
     auto problem = [&status](Exit s, const std::string &message) {
         error_line(message);
@@ -337,110 +234,31 @@ int run_write(Context &ctx) {
             continue;
         }
         const auto &[name, value] = *assignment;
-        Lookup found = find_selection(ctx.tags, name);
-        if (!found.selection) {
-            problem(kExitTag, found.error);
+        PreparedWrite w = prepare_write(ctx.tags, name, [&value](const Tag &tag, const Selection &target) {
+            return split_items(tag, target, value);
+        });
+        if (w.job) jobs.push_back(std::move(*w.job));
+        else {
+            problem(w.problem.status, w.problem.why);
+            if (w.problem.status != kExitTag) continue;
             if (const std::string hint = unread_hint(ctx.unread, ctx.source, name); !hint.empty()) error_line(hint);
-            continue;
         }
-        Selection target = std::move(*found.selection);
-        const Tag &tag = ctx.tags.tags()[target.tag];
-        if (std::string why; !driver_writes(tag, why)) {
-            problem(kExitFailed, cat(name, ": ", why));
-            continue;
-        }
-        const Items items = split_items(tag, target, value);
-        if (!items.error.empty()) {
-            problem(kExitUsage, cat(name, ": ", items.error));
-            continue;
-        }
-        const auto n = static_cast<uint32_t>(items.items.size());
-        const uint32_t room = target.whole ? target.count : tag.shape->elements - target.first;
-        if ((target.whole || target.count > 1) && n != target.count) {
-            problem(kExitUsage, cat(name, ": ", target.count, " value(s) expected, ", n, " given"));
-            continue;
-        }
-        if (n > room) {
-            problem(kExitUsage, cat(name, ": ", n, " values run past the end of ", tag.label, " (", room,
-                                    " element(s) from there)"));
-            continue;
-        }
-        target.count = n;
-        std::vector<std::vector<uint8_t>> encoded;
-        std::vector<uint8_t> flat;
-        bool ok = true;
-        for (const std::string &item : items.items) {
-            std::string error;
-            auto bytes = encode_element(tag, item, error);
-            if (!bytes) {
-                problem(kExitUsage, cat(name, ": ", error));
-                ok = false;
-                break;
-            }
-            flat.insert(flat.end(), bytes->begin(), bytes->end());
-            if (tag.is_text()) flat.resize(flat.size() + (tag.element_bytes - bytes->size()), 0);
-            encoded.push_back(std::move(*bytes));
-        }
-        if (!ok) continue;
-        WritePlan plan = plan_write(ctx.tags, target, encoded);
-        if (!plan.error.empty()) {
-            problem(kExitUsage, cat(name, ": ", plan.error));
-            continue;
-        }
-        jobs.push_back({std::move(target), std::move(plan), std::move(flat)});
     }
     if (status != kExitOk) {
         error_line("nothing was written");
         return status;
     }
 
-    // "written: ...; unknown: ...; not written: ...": the jobs before j, then
-    // job j, whose part p is under way (unknown) or failed (not written), then
-    // the jobs after it.
-    const auto summary = [&jobs](std::size_t j, std::size_t p, bool failed) {
-        std::string written, unknown, not_written;
-        for (std::size_t k = 0; k < jobs.size(); ++k) {
-            std::string &list = k < j ? written : k == j && !failed ? unknown : not_written;
-            list += cat(list.empty() ? "" : ", ", jobs[k].target.label);
-            if (k == j && p > 0)
-                list += cat(" (", p, " of its ", jobs[j].plan.parts.size(), " requests went through)");
-        }
-        return cat("written: ", written.empty() ? "none" : written,
-                   unknown.empty() ? "" : cat("; unknown: ", unknown, failed ? "" : " (the PLC has not answered yet)"),
-                   "; not written: ", not_written.empty() ? "none" : not_written);
-    };
     bool first = true;
-    for (std::size_t j = 0; j < jobs.size(); ++j) {
-        Job &job = jobs[j];
-        const Tag &tag = ctx.tags.tags()[job.target.tag];
-        for (std::size_t p = 0; p < job.plan.parts.size(); ++p) {
-            WritePart &part = job.plan.parts[p];
-            Reg reg = ctx.session->reg(part.reg_id, part.reg_addr, part.reg_nums);
-            begin_call(ctx);
-            // A Ctrl-C while the driver waits ends the tool from the signal
-            // thread: it says this, since nobody can tell whether the PLC took
-            // the value.
-            say_on_signal(cat("interrupted while writing ", job.target.label, ": ", summary(j, p, false)));
-            const unsigned rc = ctx.session->write(reg, part.data.data());
-            say_on_signal("");
-            ctx.out.drain();
-            if (rc == ER_OK) ctx.between.clear();
-            if (rc == ER_OK && !g_interrupted) continue;
-            const Failure f = rc == ER_OK ? Failure{kExitInterrupted, "interrupted"} : explain(ctx, rc);
-            ctx.out.settle(true);
-            error_line(cat("writing ", job.target.label, " failed: ", f.why));
-            // Interrupted after a part went through: the whole of job j is
-            // written only when that was its last part.
-            const bool done = rc == ER_OK && p + 1 == job.plan.parts.size();
-            error_line(done ? summary(j + 1, 0, true) : summary(j, rc == ER_OK ? p + 1 : p, true));
-            close_json(ctx, first);
-            return f.status;
-        }
-        ctx.out.settle(false);
-        print_value(ctx, first, tag, job.target, job.flat, ":=");
+    const auto stop = perform_writes(ctx, jobs, [&](const WriteJob &job) {
+        print_value(ctx, first, ctx.tags.tags()[job.target.tag], job.target, job.flat, ":=");
+    });
+    if (stop) {
+        error_line(cat("writing ", jobs[stop->job].target.label, " failed: ", stop->failure.why));
+        error_line(write_summary(jobs, *stop));
     }
     close_json(ctx, first);
-    return kExitOk;
+    return stop ? stop->failure.status : kExitOk;
 }
 
 int run_watch(Context &ctx, const std::vector<Selection> &selections) {

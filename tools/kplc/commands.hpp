@@ -4,29 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "driver_api.hpp"
-#include "driver_output.hpp"
-#include "exit_status.hpp"
-#include "options.hpp"
-#include "plan.hpp"
+#include "operations.hpp"
 #include "signals.hpp"
-#include "tag_set.hpp"
-#include "trace_proxy.hpp"
 
 namespace kplc::cli {
-
-struct Context {
-    const Options &opts;
-    const TagSet &tags;
-    DriverOutput &out;
-    Session *session = nullptr;  // null for list and check
-    TraceProxy *proxy = nullptr; // the relay between driver and PLC, whose record explains failures
-    ReadLimits limits{};
-    std::vector<std::string> args;  // the command's names (or NAME=VALUE), -f included
-    std::vector<TrafficEvent> between;  // what the relay saw between two calls (the PLC closing)
-    const TagSet *unread = nullptr;     // the tag file's last line when no line feed ends it
-    std::string source;                 // the tag file's name
-};
 
 int run_list(Context &ctx);
 int run_read(Context &ctx, const std::vector<Selection> &selections);

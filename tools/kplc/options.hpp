@@ -13,7 +13,7 @@ namespace kplc::cli {
 // The shortest response time-out the tool accepts, in seconds.
 inline constexpr uint16_t kMinTimeout = 1;
 
-enum class Command { None, List, Read, Write, Watch, Check };
+enum class Command { None, List, Read, Write, Watch, Check, Serve };
 
 // How much of the driver's own diagnostic lines reaches standard error.
 enum class Chatter { Quiet, Normal, Verbose };
@@ -32,6 +32,7 @@ struct Options {
     uint16_t timeout = 3; // response time-out, whole seconds (kMinTimeout at least)
     bool udp = false;
     bool trace = false;
+    bool direct = false;  // the driver talks to the PLC itself, not through the relay
     uint32_t interval_ms = 500;
     std::optional<uint64_t> count;
     bool help = false;
