@@ -9,13 +9,15 @@
 #include <cstring>
 #include <filesystem>
 
+#include "format/tag_limits.hpp"
+
 namespace kplc::harness {
 
 namespace fs = std::filesystem;
 
 std::string tag_file_name(uint32_t ip, int dev) {
-    char name[48];  // "./driver/PLC" + 8 digits + "_" + at most 11 + ".csv"
-    std::snprintf(name, sizeof name, "./driver/PLC%08X_%d.csv", ip, dev);
+    char name[format::kTagFileNameSize];
+    format::form_tag_file_name(name, ip, dev);
     return name;
 }
 

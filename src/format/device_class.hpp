@@ -2,7 +2,9 @@
 // device column names it and as set bit / reset bit requests carry it.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace kplc::format {
 
@@ -21,6 +23,25 @@ enum DeviceClass : uint8_t {
     kNoDevice = 30,  // the tag file names no device
     kDeviceZF = 44,
 };
+
+struct DeviceName {
+    uint8_t device_class;
+    std::string_view name;
+};
+
+// How the tool shows each class (R and DR share one).
+inline constexpr std::array<DeviceName, 12> kDeviceNames{{
+    {kDeviceR, "R/DR"}, {kDeviceCR, "CR"}, {kDeviceDM, "DM"}, {kDeviceCM, "CM"}, {kDeviceTM, "TM"},
+    {kDeviceMR, "MR"},  {kDeviceLR, "LR"}, {kDeviceEM, "EM"}, {kDeviceFM, "FM"}, {kDeviceB, "B"},
+    {kDeviceW, "W"},    {kDeviceZF, "ZF"},
+}};
+
+// The name of a device class; "-" for none.
+constexpr std::string_view device_name(uint8_t device_class) noexcept {
+    for (const DeviceName &d : kDeviceNames)
+        if (d.device_class == device_class) return d.name;
+    return "-";
+}
 
 // Bit areas: their BOOLs are written with set bit / reset bit, whose location
 // carries only its low 16 bits.

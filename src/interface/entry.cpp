@@ -3,13 +3,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "format/tag_limits.hpp"
 #include "support/instance.hpp"
 #include "state/process_state.hpp"
 #include "kplc/driver.h"
 
 namespace {
 
-constexpr int kIoctlMultiRead = 1000;
+using kplc::format::kIoctlMultiRead;
 // Multi-read properties announced to the runtime: 8 requests per batch, 16 packages.
 constexpr Mulity_Property kMultiRead{8, 16};
 

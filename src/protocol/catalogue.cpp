@@ -23,12 +23,10 @@ namespace kplc::proto {
 namespace {
 
 // Shortest program catalogue: the header and the count.
-constexpr std::size_t kCatalogueMinimum = kResponseDataOffset + 1;
-// Bytes of an entry before its length byte, and between the length and the id.
-constexpr std::size_t kEntryLead = 2;
-constexpr std::size_t kEntryGap = 1;
-// L counts the name bytes plus these two.
-constexpr uint8_t kLengthBias = 2;
+constexpr std::size_t kCatalogueMinimum = wire::kCatalogueEntriesOffset;
+using wire::kCatalogueEntryGap;
+using wire::kCatalogueEntryLead;
+using wire::kCatalogueLengthBias;
 
 static_assert(kCatalogueCapacity > 255, "a one-byte entry count always fits the catalogue table");
 
@@ -50,7 +48,7 @@ std::optional<std::span<const uint8_t>> ask(Command command, uint16_t sequence, 
 // against a PLC that always answers the same way.
 void parse_catalogue(std::span<const uint8_t> response) noexcept {
     auto &st = state();
-    FrameReader in(response, kResponseDataOffset);
+    FrameReader in(response, wire::kCatalogueCountOffset);
     uint8_t count = 0;
     (void)in.u8(count);  // the caller made sure the count was received
 
@@ -58,11 +56,11 @@ void parse_catalogue(std::span<const uint8_t> response) noexcept {
     for (; loaded < count; ++loaded) {
         uint8_t length = 0;
         uint8_t id = 0;
-        if (!in.skip(kEntryLead) || !in.u8(length) || !in.skip(kEntryGap) || !in.u8(id)) break;
-        const std::size_t name_bytes = length > kLengthBias ? length - kLengthBias : 0;
+        if (!in.skip(kCatalogueEntryLead) || !in.u8(length) || !in.skip(kCatalogueEntryGap) || !in.u8(id)) break;
+        const std::size_t name_bytes = length > kCatalogueLengthBias ? length - kCatalogueLengthBias : 0;
         const auto name = in.take(name_bytes);
         if (!name) break;
-        (void)in.skip(1);
+        (void)in.skip(wire::kCatalogueEntryTail);
 
         Local_MSG &entry = st.LocalInfo[loaded];
         entry.local_id = id;
@@ -77,11 +75,11 @@ void parse_catalogue(std::span<const uint8_t> response) noexcept {
 
 Catalogue load_catalogue(PLC_DRV_INIT_SETTINGS *settings) noexcept {
     transport::ReceiveArea response{};
-    const auto first = ask(Command::FirstCatalogue, 0, response, settings);
+    const auto first = ask(Command::FirstCatalogue, wire::kFirstCatalogueSequence, response, settings);
     if (!first) return Catalogue::ExchangeFailed;
     if (first->empty()) return Catalogue::Refused;
 
-    const auto programs = ask(Command::ProgramCatalogue, 1, response, settings);
+    const auto programs = ask(Command::ProgramCatalogue, wire::kProgramCatalogueSequence, response, settings);
     if (!programs) return Catalogue::ExchangeFailed;
     if (programs->size() < kCatalogueMinimum) return Catalogue::Refused;
     parse_catalogue(*programs);

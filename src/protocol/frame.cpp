@@ -20,7 +20,8 @@ bool FrameWriter::begin(Command command, uint16_t sequence) noexcept {
     ok_ = true;
     begun_ = true;
     // data_len and its complement are filled in by finish().
-    return zeros(8) && u16(sequence) && u16(static_cast<uint16_t>(command));
+    static_assert(wire::kCommandOffset == wire::kSequenceOffset + 2 && wire::kHeaderSize == wire::kCommandOffset + 2);
+    return zeros(wire::kSequenceOffset) && u16(sequence) && u16(static_cast<uint16_t>(command));
 }
 
 bool FrameWriter::u8(uint8_t value) noexcept {
@@ -57,9 +58,12 @@ bool FrameWriter::zeros(std::size_t count) noexcept {
 }
 
 bool FrameWriter::scope(int32_t mode) noexcept {
-    if (mode == kGlobalScope) return u16(0x0000);
-    static constexpr std::array<uint8_t, 3> kLocalPrefix{0x01, 0x01, 0x00};
-    return bytes(kLocalPrefix) && u8(static_cast<uint8_t>(mode)) && zeros(4);
+    if (mode == kGlobalScope) return zeros(wire::kGlobalScopeBlock);
+    static_assert(wire::kScopeProgramByte == 3 && wire::kProgramScopeBlock == 8);
+    static constexpr std::array<uint8_t, wire::kScopeProgramByte> kLocalPrefix{wire::kProgramScopeKind,
+                                                                               wire::kProgramScopeKind, 0x00};
+    return bytes(kLocalPrefix) && u8(static_cast<uint8_t>(mode)) &&
+           zeros(wire::kProgramScopeBlock - wire::kScopeProgramByte - 1);
 }
 
 bool FrameWriter::symbol(std::span<const uint16_t> units) noexcept {
@@ -84,12 +88,7 @@ bool FrameWriter::patch_u16(std::size_t offset, uint16_t value) noexcept {
 
 std::size_t FrameWriter::finish() noexcept {
     if (!ok_ || !begun_ || pos_ < kHeaderSize) return 0;
-    const auto data_len = static_cast<uint32_t>(pos_ - kUncountedBytes);
-    for (int i = 0; i < 4; ++i) {
-        const auto byte = static_cast<uint8_t>(data_len >> (24 - 8 * i));
-        buf_[static_cast<std::size_t>(i)] = byte;
-        buf_[static_cast<std::size_t>(i) + 4] = static_cast<uint8_t>(~byte);
-    }
+    wire::put_length(buf_, pos_);
     return pos_;
 }
 
@@ -137,8 +136,7 @@ std::optional<std::size_t> name_units(const char *utf8, std::array<uint16_t, kMa
 
 std::size_t build_catalogue_request(std::span<uint8_t> out, Command command, uint16_t sequence) noexcept {
     FrameWriter w(out);
-    // Body: four zero bytes.
-    if (!w.begin(command, sequence) || !w.zeros(4)) return 0;
+    if (!w.begin(command, sequence) || !w.zeros(wire::kCatalogueRequestBody)) return 0;
     return w.finish();
 }
 

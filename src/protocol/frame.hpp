@@ -1,11 +1,5 @@
-// The wire format in one place: a bounds-checked frame writer for requests, a
-// bounds-checked reader for responses, and the cursor over resolve items.
-//
-// Every integer on the wire is big-endian. A request is
-//   data_len (u32) | complement of data_len (4 bytes) | sequence (u16) | command (u16) | body
-// where data_len counts the bytes after the sequence number (frame length - 10).
-// Responses carry their data from offset 14; the driver does not look at bytes
-// 0-13 of a response.
+// The driver's frame writer for requests and reader for replies, bounds
+// checked; the layouts they write and read come from the wire home.
 #pragma once
 
 #include <array>
@@ -16,22 +10,15 @@
 #include <string_view>
 
 #include "format/frame_limits.hpp"
+#include "format/wire.hpp"
 
 namespace kplc::proto {
 
-enum class Command : uint16_t {
-    FirstCatalogue = 0x0C2C,
-    ProgramCatalogue = 0x0C25,
-    SymbolResolve = 0x0C28,
-    ReadByLocation = 0x1E09,
-    WordWrite = 0x1E01,
-    WordAreaBitWrite = 0x1E03,
-    SetBit = 0x3200,
-    ResetBit = 0x3300,
-};
-
-// Scope of a global name; any other mode is a program id.
-inline constexpr int32_t kGlobalScope = -1;
+using wire::Command;
+using wire::kGlobalScope;
+using wire::kLocationEntrySize;
+using wire::kLocationHeaderSize;
+using wire::kProgramResolveOverhead;
 
 // Writes a request into a caller-owned buffer. Every write first checks that it
 // fits; the first one that does not marks the writer failed, and from then on
@@ -105,53 +92,9 @@ private:
     std::size_t pos_;
 };
 
-// Byte `offset` of a response, when it was received.
-inline std::optional<uint8_t> byte_at(std::span<const uint8_t> data, std::size_t offset) noexcept {
-    if (offset < data.size()) return data[offset];
-    return std::nullopt;
-}
-
-// The fields of one resolve item that the driver uses.
-struct ResolveItem {
-    uint8_t area;                      // area code (item byte 21)
-    std::array<uint8_t, 4> location;   // location (item bytes 22-25), copied unchanged
-};
-
-// Walks the items of a symbol resolve response. Item k starts where item k-1
-// started plus 24 + 4 * (its extension count at byte 40). Only bytes that were
-// received are read: an item whose bytes were not all delivered is absent.
-class ResolveCursor {
-public:
-    // Item bytes the driver reads: area code and location end at 25.
-    static constexpr std::size_t kAreaOffset = 21;
-    static constexpr std::size_t kLocationOffset = 22;
-    static constexpr std::size_t kExtensionCountOffset = 40;
-
-    explicit ResolveCursor(std::span<const uint8_t> response) noexcept : resp_(response) {}
-
-    // Area code and location of the current item, if received.
-    [[nodiscard]] std::optional<ResolveItem> item() const noexcept {
-        const std::size_t end = base_ + kLocationOffset + 4;
-        if (end > resp_.size() || end < base_) return std::nullopt;
-        return ResolveItem{resp_[base_ + kAreaOffset],
-                           {resp_[base_ + kLocationOffset], resp_[base_ + kLocationOffset + 1],
-                            resp_[base_ + kLocationOffset + 2], resp_[base_ + kLocationOffset + 3]}};
-    }
-    // Byte `offset` of the current item, if received.
-    [[nodiscard]] std::optional<uint8_t> at(std::size_t offset) const noexcept { return byte_at(resp_, base_ + offset); }
-    // Moves to the next item; false when the extension count was not received.
-    bool advance() noexcept {
-        const auto count = at(kExtensionCountOffset);
-        if (!count) return false;
-        base_ += 24 + 4 * static_cast<std::size_t>(*count);
-        return true;
-    }
-    [[nodiscard]] std::size_t position() const noexcept { return base_; }
-
-private:
-    std::span<const uint8_t> resp_;
-    std::size_t base_ = 0;
-};
+using wire::byte_at;
+using wire::ResolveCursor;
+using wire::ResolveItem;
 
 // Converts a UTF-8 name (zero-terminated, at most `utf8.size()` bytes read)
 // into code units. Returns the unit count, or nullopt when the name needs more

@@ -5,6 +5,8 @@
 #include <initializer_list>
 #include <iterator>
 
+#include "format/tag_geometry.hpp"
+
 namespace kplc::proto {
 
 namespace {
@@ -12,13 +14,6 @@ namespace {
 // Index values are unsigned 32-bit arithmetic printed with %d: bounds read from
 // a tag file through %d come back as the numbers the file held.
 int as_int(uint32_t v) noexcept { return static_cast<int>(v); }
-
-// Dimension size max - min + 1; 0 (an empty or inverted range) would divide by zero.
-std::optional<uint32_t> extent(uint32_t min, uint32_t max) noexcept {
-    const uint32_t size = max - min + 1;
-    if (size == 0) return std::nullopt;
-    return size;
-}
 
 // The decimal text of `v` as %d prints it, written back to front ending at `end`;
 // returns where it starts. 11 characters at most ("-2147483648").
@@ -69,27 +64,20 @@ bool start_with_name(std::span<char> out, std::size_t &len, const kplc_tag_str &
 }
 
 // The index brackets of element `e` for the given number of dimensions.
-bool append_indices(std::span<char> out, std::size_t &len, const kplc_tag_str &tag, int dims, uint32_t e) noexcept {
-    if (dims == 1) return append_bracket(out, len, {tag.ar_min + e});
-    const auto d2 = extent(tag.ar1_min, tag.ar1_max);
-    if (!d2) return false;
-    if (dims == 2) return append_bracket(out, len, {tag.ar_min + e / *d2, tag.ar1_min + e % *d2});
-    const auto d3 = extent(tag.ar2_min, tag.ar2_max);
-    if (!d3) return false;
-    const uint32_t row = e / *d3;
-    return append_bracket(out, len, {tag.ar_min + row / *d2, tag.ar1_min + row % *d2, tag.ar2_min + e % *d3});
+bool append_indices(std::span<char> out, std::size_t &len, const kplc_tag_str &tag, unsigned dims,
+                    uint32_t e) noexcept {
+    const auto idx = format::row_major_indices(tag, dims, e);
+    if (!idx) return false;
+    if (dims == 1) return append_bracket(out, len, {(*idx)[0]});
+    if (dims == 2) return append_bracket(out, len, {(*idx)[0], (*idx)[1]});
+    return append_bracket(out, len, {(*idx)[0], (*idx)[1], (*idx)[2]});
 }
 
 }  // namespace
 
 std::optional<std::size_t> element_suffix(std::span<char> out, const kplc_tag_str &tag, var_attr shape, uint32_t e) {
-    int dims = 0;
-    switch (shape) {
-        case ARRAY: dims = 1; break;
-        case ARRAY2: dims = 2; break;
-        case ARRAY3: dims = 3; break;
-        default: break;  // a single element is named by the tag name alone
-    }
+    // A single element is named by the tag name alone.
+    const unsigned dims = format::shape_dimensions(shape);
     std::size_t len = 0;
     if (out.empty()) return std::nullopt;
     out[0] = '\0';
@@ -101,7 +89,7 @@ std::optional<std::size_t> string_element_suffix(std::span<char> out, const kplc
                                                  uint32_t char_offset) {
     // The string forms are chosen by the upper bounds, not by the shape: a
     // string array declared [0..0] has ar_max 0 and is named as a single string.
-    const int dims = tag.ar2_max != 0 ? 3 : tag.ar1_max != 0 ? 2 : tag.ar_max != 0 ? 1 : 0;
+    const unsigned dims = format::string_dimensions(tag);
     std::size_t len = 0;
     if (dims > 0 && !append_indices(out, len, tag, dims, element)) return std::nullopt;
     if (!append_bracket(out, len, {char_offset})) return std::nullopt;

@@ -20,27 +20,21 @@ bool is_array(var_attr shape) noexcept { return shape == ARRAY || shape == ARRAY
 // A string tag without array bounds is named as one string; its names carry
 // no element index, so such a request can only cover characters of that one string.
 bool is_single_string(const kplc_tag_str &tag) noexcept {
-    return tag.ar_max == 0 && tag.ar1_max == 0 && tag.ar2_max == 0;
+    return format::string_dimensions(tag) == 0;
 }
 
 // regAddr is a byte offset for 16/32/64-bit tags; the element index is that
 // offset divided by the element width.
 uint32_t first_element(uint8_t bits, uint32_t address) noexcept {
-    switch (bits) {
-        case 16: return address >> 1;
-        case 32: return address >> 2;
-        case 64: return address >> 3;
-        default: return address;
-    }
+    return format::element_of_offset(bits, address);
 }
 
 Refusal shape_string(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &buf, RequestPlan &out) noexcept {
     if (tag.bits != 0) return Refusal::UnsupportedWidth;
     // byte_len includes the terminator: one byte, two for a wide string. A
     // length that leaves no character cannot be divided into elements.
-    const uint32_t terminator = tag.type == kWideStringType ? 2 : 1;
-    if (tag.byte_len <= terminator) return Refusal::EmptyStringElement;
-    const uint32_t size = tag.byte_len - terminator;
+    const uint32_t size = format::string_element_size(tag);
+    if (size == 0) return Refusal::EmptyStringElement;
     const uint32_t wanted = reg.regNums;
 
     // regAddr is a byte position in the string elements laid end to end
@@ -54,7 +48,7 @@ Refusal shape_string(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &bu
     if (is_single_string(tag) && (out.count != 1 || out.first != 0)) return Refusal::NotOneElement;
 
     // Chunks after the first are whole elements, the widest the request asks for.
-    const uint32_t widest = out.count > 1 ? size / 2 + 1 : (size - out.offset) / 2 + 1;
+    const uint32_t widest = format::string_chunk_words(out.count > 1 ? size : size - out.offset);
     if (widest > kMaxWordCount) return Refusal::ChunkTooWide;
 
     // The runtime sized its buffer for the bytes it asked for (and says so in
@@ -69,18 +63,9 @@ inline Refusal shape(const kplc_tag_str &tag, const Reg &reg, const DrvRWBuf &bu
     out.tag = &tag;
     if (buf.buff == nullptr) return Refusal::NoBuffer;
     if (tag.attr == STRING) return shape_string(tag, reg, buf, out);
-    // Values are decoded by width: one bit of a word, or 1, 2 or 4 words.
-    // Width 8 (SINT, USINT, BYTE) and 0 outside a string shape (STRING2) have
-    // no known layout in the value response.
-    switch (tag.bits) {
-        case 1:
-        case 16:
-        case 32:
-        case 64: break;
-        default: return Refusal::UnsupportedWidth;
-    }
+    if (!format::decoded_width(tag.bits)) return Refusal::UnsupportedWidth;
     out.first = first_element(tag.bits, reg.regAddr);
-    out.count = element_count<uint32_t>(tag.bits, reg.regNums);
+    out.count = elements_in_stretch<uint32_t>(tag.bits, reg.regNums);
     // A scalar or structure member is sent as its bare name, which resolves to
     // exactly one item.
     if (!is_array(tag.attr) && out.count != 1) return Refusal::NotOneElement;
@@ -318,7 +303,7 @@ void plan_pass(PassPlan &plan, std::span<kplc_tag_str> table, std::span<const Re
     // Each resolve item takes at least 24 bytes of the answer and the last one
     // is read up to its location (byte 25), so names beyond what one 4096-byte
     // answer can carry could never be read: 171 names or more.
-    const uint64_t resolve_answer = plan.elements == 0 ? 0 : 24 * (plan.elements - 1) + 26;
+    const uint64_t resolve_answer = plan.elements == 0 ? 0 : wire::kItemStride * (plan.elements - 1) + wire::kItemUsable;
     // All names of a scope travel in one request and all values come back in
     // one response; a scope that needs more than that is refused rather than split.
     plan.symbol_bytes = static_cast<std::size_t>(std::min<uint64_t>(symbols.total(), kFrameSize));
@@ -332,19 +317,12 @@ extern "C" {
 
 KPLC_API int xplc_getnum(int bits, int size) {
     // A string request is one element here; see the read pass.
-    return kplc::proto::read::element_count<int>(bits, size);
+    return kplc::format::elements_in_stretch<int>(bits, size);
 }
 
 KPLC_API int xplc_gettype(int bits, int num) {
-    switch (bits) {
-        case 0: return num;  // a string chunk's own word count
-        case 1:
-        case 16: return 1;
-        case 32: return 2;
-        case 64: return 4;
-        case 8: return 8;  // the 8-bit types have no word count of their own
-        default: return 0;
-    }
+    if (bits == 0) return num;  // a string chunk's own word count
+    return static_cast<int>(kplc::format::words_per_element(bits));
 }
 
 }  // extern "C"

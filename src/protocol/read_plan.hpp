@@ -20,6 +20,7 @@
 #include <span>
 
 #include "state/process_state.hpp"
+#include "format/tag.hpp"
 #include "format/types.hpp"
 #include "kplc/records.h"
 #include "kplc/tags.h"
@@ -30,21 +31,16 @@ namespace kplc::proto::read {
 // Request and receive buffers of the read path.
 inline constexpr std::size_t kFrameSize = kReceiveArea;
 // Requests of one batch.
-inline constexpr std::size_t kMaxBatch = 256;
+inline constexpr std::size_t kMaxBatch = format::kMaxReadRequests;
 using proto::kLocationEntrySize;
 using proto::kLocationHeaderSize;
+static_assert(kFrameSize == proto::kReceiveArea);
 // The most elements one read by location request can carry in kFrameSize bytes.
 // It bounds every per-element table of a pass.
-inline constexpr std::size_t kMaxElements = (kFrameSize - kLocationHeaderSize) / kLocationEntrySize;
-// The word count of a location entry is one byte.
-inline constexpr uint32_t kMaxWordCount = 0xFF;
-// Shortest responses that can carry anything: a resolve item's location ends
-// at byte 25, values start at byte 14.
-inline constexpr std::size_t kMinResolveResponse = 25;
-inline constexpr std::size_t kMinValueResponse = kResponseDataOffset;
-
-// WSTRING: two terminator bytes per string element instead of one.
-inline constexpr uint16_t kWideStringType = format::kWString;
+inline constexpr std::size_t kMaxElements = format::kMaxReadElements;
+inline constexpr uint32_t kMaxWordCount = format::kMaxEntryWords;
+inline constexpr std::size_t kMinResolveResponse = format::kMinResolveReply;
+inline constexpr std::size_t kMinValueResponse = format::kMinValueReply;
 
 // Why a request is not read. Every refusal leaves the runtime's buffer
 // untouched and sets the request's error to ER_INVALID.
@@ -102,22 +98,7 @@ struct PassPlan {
     std::array<uint8_t, kMaxElements> bit_numbers;
 };
 
-// Number of elements of a stretch of `size` (bits for BOOL, bytes otherwise)
-// of a tag `bits` wide: a string request is one element, a width no type has
-// none. The planner counts in unsigned arithmetic, the exported xplc_getnum in
-// the runtime's int.
-template <class Size>
-constexpr Size element_count(int bits, Size size) noexcept {
-    switch (bits) {
-        case 0: return 1;
-        case 1:
-        case 8: return size;
-        case 16: return size / 2;
-        case 32: return size / 4;
-        case 64: return size / 8;
-        default: return 0;
-    }
-}
+using format::elements_in_stretch;
 
 // The bit of `scope` in a set of scopes: bit 0 the global names, bit 1 + p
 // program p. Modes beyond program 14 (never read) have none.
@@ -129,12 +110,9 @@ inline uint16_t scope_bit(int32_t scope) noexcept {
 inline uint32_t element_words(const RequestPlan &request, uint32_t m) noexcept {
     // A string chunk asks for its bytes plus at least one more (the words
     // beyond the covered bytes are skipped when decoding).
-    if (request.is_string()) return (m == 0 ? request.element_size - request.offset : request.element_size) / 2 + 1;
-    switch (request.tag->bits) {
-        case 32: return 2;
-        case 64: return 4;
-        default: return 1;  // BOOL and 16-bit: one word
-    }
+    if (request.is_string())
+        return format::string_chunk_words(m == 0 ? request.element_size - request.offset : request.element_size);
+    return format::words_per_element(request.tag->bits);  // only 1, 16, 32 and 64-bit tags are read
 }
 
 // Sets a program-local tag's mode to the catalogue id of its program, matched

@@ -42,14 +42,11 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
     // The entries are formed here and written into the frame in one piece.
     std::array<uint8_t, kMaxElements * kLocationEntrySize> entries;
     uint8_t *entry = entries.data();
-    // One resolve item per name, in request order. Item k starts where item
-    // k-1 started plus 24 + 4 * (its extension count, byte 40); the cursor
-    // moves on only when another item is needed, so the last item's extension
-    // count is not used. Only bytes that were received are read: a response
-    // cut short before a byte that is needed fails the request.
-    const uint8_t *const items = response.data();
-    const std::size_t received = response.size();
-    std::size_t base = 0;
+    // One resolve item per name, in request order. The cursor moves on only
+    // when another item is needed, so the last item's extension count is not
+    // used. Only bytes that were received are read: a response cut short
+    // before a byte that is needed fails the request.
+    ResolveCursor items(response);
     bool first_item = true;
     for (std::size_t i = 0; i < plan.size; ++i) {
         const RequestPlan &request = plan.requests[i];
@@ -60,20 +57,17 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
         const auto first_words = static_cast<uint8_t>(element_words(request, 0));
         const auto other_words = request.is_string() ? static_cast<uint8_t>(element_words(request, 1)) : first_words;
         for (uint32_t m = 0; m < request.count; ++m) {
-            if (!first_item) {
-                if (base + ResolveCursor::kExtensionCountOffset >= received) return 0;
-                base += 24 + 4 * static_cast<std::size_t>(items[base + ResolveCursor::kExtensionCountOffset]);
-            }
+            if (!first_item && !items.advance()) return 0;
             first_item = false;
-            // Area code and location: item bytes 21 to 25.
-            if (base + ResolveCursor::kLocationOffset + 4 > received) return 0;
+            if (!items.holds(wire::kItemUsable)) return 0;
+            const uint8_t *item = items.bytes();
             if (entry == entries.data() + entries.size()) return 0;  // more entries than the plan counted
             // Location entry: 00, area code, 00, word count, location.
             entry[0] = 0;
-            entry[1] = items[base + ResolveCursor::kAreaOffset];
+            entry[wire::kEntryArea] = item[wire::kItemArea];
             entry[2] = 0;
-            entry[3] = m == 0 ? first_words : other_words;
-            std::memcpy(entry + 4, items + base + ResolveCursor::kLocationOffset, 4);
+            entry[wire::kEntryWords] = m == 0 ? first_words : other_words;
+            std::memcpy(entry + wire::kEntryLocation, item + wire::kItemLocation, wire::kItemLocationSize);
             if (is_bool) {
                 // The bit number of a BOOL element inside the word the entry
                 // reads: item byte 30 for the device classes that carry it
@@ -83,11 +77,12 @@ std::size_t build_location_request(PassPlan &plan, std::span<const uint8_t> resp
                 const std::size_t index = request.first_entry + static_cast<std::size_t>(m);
                 if (index >= plan.bit_numbers.size()) return 0;
                 if (bit_in_item) {
-                    if (base + 30 >= received) return 0;
-                    plan.bit_numbers[index] = static_cast<uint8_t>(items[base + 30] & 0x0F);
+                    if (!items.holds(wire::kItemBitNumber + 1)) return 0;
+                    plan.bit_numbers[index] = static_cast<uint8_t>(item[wire::kItemBitNumber] & 0x0F);
                 } else {
-                    plan.bit_numbers[index] = static_cast<uint8_t>(entry[7] & 0x0F);
-                    entry[7] = static_cast<uint8_t>(entry[7] & 0xF0);
+                    uint8_t &last = entry[wire::kEntryLocationLast];
+                    plan.bit_numbers[index] = static_cast<uint8_t>(last & 0x0F);
+                    last = static_cast<uint8_t>(last & 0xF0);
                 }
             }
             entry += kLocationEntrySize;

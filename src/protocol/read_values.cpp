@@ -89,7 +89,7 @@ unsigned decode_values(const PassPlan &plan, std::span<const uint8_t> response,
             } else {
                 // Element m of a 16/32/64-bit request: bytes width*m onwards.
                 // count * width bytes never exceed the regNums bytes the runtime asked for.
-                place_number(base + (bits / 8U) * m, words.data(), bits);
+                place_number(base + format::value_bytes(bits) * m, words.data(), bits);
             }
         }
         buf.error = ER_OK;

@@ -4,16 +4,12 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "format/tag_limits.hpp"
 #include "kplc/tags.h"
 
 namespace {
 
-// Callers hand in 50 bytes; the longest name (a negative 32-bit index) takes 37.
-constexpr std::size_t kCsvNameSize = 50;
-
-void form_name(char *csv_name, uint32_t ip, int dev_index) noexcept {
-    std::snprintf(csv_name, kCsvNameSize, "./driver/PLC%08X_%d.csv", ip, dev_index);
-}
+using kplc::format::form_tag_file_name;
 
 // The write side is handed the TCP parameters under the framework's serial
 // record type; what that type calls `baud` is the address at the same place.
@@ -30,7 +26,7 @@ KPLC_API void kplc_get_csv_name(CommunicationProperty *setting, Reg *reg, char *
         return;
     }
     // For this Ethernet driver the port record's _baud carries the PLC's address.
-    form_name(csv_name, setting->_baud, reg->_devIndex);
+    form_tag_file_name(csv_name, setting->_baud, reg->_devIndex);
 }
 
 KPLC_API void kplc_get_csv_name1(PLC_SERIAL_INIT_PARAMETERS *serial_settings, PLC_DRV_REG_ADDR * /*reg_addr*/,
@@ -41,7 +37,7 @@ KPLC_API void kplc_get_csv_name1(PLC_SERIAL_INIT_PARAMETERS *serial_settings, PL
         return;
     }
     const auto *tcp = reinterpret_cast<const PLC_TCP_INIT_PARAMETERS *>(serial_settings);
-    form_name(csv_name, static_cast<uint32_t>(tcp->ipaddr), devIndex);
+    form_tag_file_name(csv_name, static_cast<uint32_t>(tcp->ipaddr), devIndex);
 }
 
 }  // extern "C"

@@ -19,6 +19,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "format/tag_geometry.hpp"
 #include "format/types.hpp"
 #include "kplc/tags.h"
 #include "tags/device_class.hpp"
@@ -199,17 +200,6 @@ void read_range(Walk &walk, kplc_tag_str &tag) noexcept {
     }
 }
 
-// Element count of an array tag: each dimension with a non-zero upper bound
-// contributes (max - min + 1), in unsigned 32-bit arithmetic; when the first
-// dimension is absent the count is 0.
-uint32_t element_count(const kplc_tag_str &tag) noexcept {
-    uint32_t n = 0;
-    if (tag.ar_max != 0) n = tag.ar_max - tag.ar_min + 1;
-    if (tag.ar1_max != 0) n *= tag.ar1_max - tag.ar1_min + 1;
-    if (tag.ar2_max != 0) n *= tag.ar2_max - tag.ar2_min + 1;
-    return n;
-}
-
 void read_length(Walk &walk, uint16_t type, kplc_tag_str &tag) noexcept {
     // The range may have made a string tag an array; the string shape wins,
     // the bounds stay.
@@ -223,16 +213,16 @@ void read_length(Walk &walk, uint16_t type, kplc_tag_str &tag) noexcept {
     // length of one element plus its terminator (one byte for STRING, one
     // UTF-16 unit for WSTRING). A count that wrapped to 0 divides nothing.
     if (type == kplc::format::kString) {
-        const uint32_t n = element_count(tag);
+        const uint32_t n = kplc::format::declared_elements(tag);
         if (n != 0) tag.byte_len /= n;
-        tag.byte_len += 1;
+        tag.byte_len += kplc::format::terminator_bytes(kplc::format::kString);
     } else if (type == kplc::format::kWString) {
-        const uint32_t n = element_count(tag);
+        const uint32_t n = kplc::format::declared_elements(tag);
         if (n != 0) {
             tag.byte_len /= n;
             std::printf("tag wstring size(%d)\r\n", static_cast<int>(tag.byte_len));
         }
-        tag.byte_len += 2;
+        tag.byte_len += kplc::format::terminator_bytes(kplc::format::kWString);
     }
 }
 

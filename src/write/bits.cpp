@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "format/device_class.hpp"
+#include "format/wire.hpp"
 #include "kplc/driver.h"
 #include "kplc/support.h"
 #include "protocol/names.hpp"
@@ -23,13 +24,13 @@ using namespace kplc::write;
 using kplc::proto::byte_at;
 using kplc::proto::ResolveItem;
 
-// Where the resolve response carries the bit number of a BOOL.
-constexpr std::size_t kBitNumberOffset = 30;
-constexpr std::size_t kBitNumberHighOffset = 29;
-// The read-by-location answer carries the word at 14 (high) and 15 (low).
-constexpr std::size_t kWordOffset = kplc::proto::kResponseDataOffset;
-// Reply byte 11 is the status of a bit write: 0 accepted.
-constexpr std::size_t kStatusOffset = 11;
+// Where the resolve response carries the bit number of a BOOL (first item).
+constexpr std::size_t kBitNumberOffset = kplc::wire::kItemBitNumber;
+constexpr std::size_t kBitNumberHighOffset = kplc::wire::kItemBitNumberHigh;
+// The read-by-location answer carries the word at its data offset, high byte first.
+constexpr std::size_t kWordOffset = kplc::wire::kReplyDataOffset;
+// The low byte of a reply's status is the status of a bit write: 0 accepted.
+constexpr std::size_t kStatusOffset = kplc::wire::kStatusLowOffset;
 
 
 // A bit number outside 0-15 points outside the 16-bit word; writing with it

@@ -10,6 +10,7 @@
 #include "kplc/driver.h"
 #include "kplc/support.h"
 #include "format/device_class.hpp"
+#include "format/tag.hpp"
 #include "format/types.hpp"
 #include "protocol/names.hpp"
 #include "support/places.hpp"
@@ -22,25 +23,17 @@ using kplc::write::has_value;
 
 using namespace kplc::format;  // the type codes and device classes
 
-// Name classes: a plain name, a structure member, a member through an index.
-constexpr uint8_t kPlainName = 1;
-constexpr uint8_t kMember = 2;
-constexpr uint8_t kIndexedMember = 3;
 
 
 
-// A multi-bit write carries one value byte per bit and is taken through a
-// 256-byte copy; longer ones are refused rather than cut.
-constexpr uint32_t kMaxBoolBits = 256;
+constexpr uint32_t kMaxBoolBits = kMaxBoolRun;
 
 
 // Offsets and counts arrive in bytes for 16-, 32- and 64-bit tags; the
 // writers count elements (64-bit tags: 32-bit units, halved by their writer).
 // BOOL offsets count bits and text offsets characters already.
 void to_elements(uint8_t bits, PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff) {
-    unsigned shift = 0;
-    if (bits == 32 || bits == 64) shift = 2;
-    if (bits == 16) shift = 1;
+    const unsigned shift = write_unit_shift(bits);
     buff->length >>= shift;
     reg_addr->reg_addr >>= shift;
 }

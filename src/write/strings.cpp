@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 
+#include "format/tag.hpp"
 #include "kplc/driver.h"
 #include "protocol/names.hpp"
 #include "write/session.hpp"
@@ -16,10 +17,7 @@ namespace {
 
 using namespace kplc::write;
 
-// The text write carries data_len in a single byte: 12 header-and-address
-// bytes plus the text must stay within 255, so at most 242 text bytes
-// (an even number, after the fill byte).
-constexpr uint32_t kMaxTextBytes = 242;
+using kplc::format::kMaxTextBytes;
 
 unsigned write_text(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT_SETTINGS *settings,
                     kplc_plc_tag *list, int regid) {
@@ -47,12 +45,13 @@ unsigned write_text(PLC_DRV_REG_ADDR *reg_addr, PLC_DRV_BUFF *buff, PLC_DRV_INIT
         return ER_INVALID;
     }
 
-    const uint32_t element_size = tag->byte_len - 1;
+    // The writer takes every tag it is handed for a one-byte-terminated string.
+    const uint32_t element_size = tag->byte_len - kplc::format::terminator_bytes(kplc::format::kString);
     const uint32_t offset = reg_addr->reg_addr;
     const uint32_t element = offset / element_size;
     // A single string (no upper bound set, e.g. declared [0..0]) is named by
     // the character offset itself; an array element by the character in it.
-    const bool single = tag->ar_max == 0 && tag->ar1_max == 0 && tag->ar2_max == 0;
+    const bool single = kplc::format::string_dimensions(*tag) == 0;
     const uint32_t character = single ? offset : offset % element_size;
     std::array<char, sizeof tag->name> name{};
     if (!kplc::proto::string_element_name(name, *tag, element, character)) {

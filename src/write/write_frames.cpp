@@ -8,12 +8,7 @@ using proto::Command;
 using proto::FrameWriter;
 using proto::ResolveItem;
 
-namespace {
-
-// The constant that follows the command code of every symbol resolve request.
-constexpr uint16_t kResolveMarker = 0x0001;
-
-}  // namespace
+using wire::kResolveMarker;
 
 ResolveRequest::ResolveRequest(std::span<uint8_t> out, uint16_t sequence, int32_t mode) noexcept : w_(out) {
     if (w_.begin(Command::SymbolResolve, sequence) && w_.u16(kResolveMarker) && w_.scope(mode)) {
@@ -66,7 +61,7 @@ std::size_t build_bit_write(std::span<uint8_t> out, uint16_t sequence, const Res
     const auto one = static_cast<uint16_t>(1u << bit);
     const uint16_t mask = value ? one : static_cast<uint16_t>(~one);
     FrameWriter w(out);
-    if (!w.begin(Command::WordAreaBitWrite, sequence) || !w.u16(0x0001) || !w.u8(target.area) ||
+    if (!w.begin(Command::WordAreaBitWrite, sequence) || !w.u16(wire::kBitWriteMarker) || !w.u8(target.area) ||
         !w.bytes(target.location) || !w.u8(value ? 1 : 0) || !w.u16(mask))
         return 0;
     return w.finish();
@@ -75,7 +70,7 @@ std::size_t build_bit_write(std::span<uint8_t> out, uint16_t sequence, const Res
 std::size_t build_set_reset(std::span<uint8_t> out, uint16_t sequence, const ResolveItem &target,
                             uint8_t device_class, bool value) noexcept {
     FrameWriter w(out);
-    if (!w.begin(value ? Command::SetBit : Command::ResetBit, sequence) || !w.u8(0x01) || !w.u8(device_class) ||
+    if (!w.begin(value ? Command::SetBit : Command::ResetBit, sequence) || !w.u8(wire::kSetResetMarker) || !w.u8(device_class) ||
         !w.u8(target.location[2]) || !w.u8(target.location[3]))
         return 0;
     return w.finish();

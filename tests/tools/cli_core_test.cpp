@@ -167,12 +167,16 @@ TEST(CliPlan, SplitsLongReadsIntoBatchesTheDriverAccepts) {
     for (const auto &batch : plan.batches) {
         EXPECT_LE(batch.size(), ReadLimits{}.max_requests);
         std::size_t values = 14;
+        std::size_t items = 17;  // the resolve reply: 24 bytes an item, 4 more per subscript of its name
         for (const ReadPart &p : batch) {
             values += p.reg_nums;  // 16/32/64-bit values take their own size on the wire
+            const Tag &tag = tags().tags()[sels[p.selection].tag];
+            items += p.bytes / tag.element_bytes * (24 + 4 * tag.shape->dims);
             EXPECT_EQ(p.offset, covered[p.selection]);  // parts follow each other without gaps
             covered[p.selection] += p.bytes;
         }
         EXPECT_LE(values, 4096u);
+        EXPECT_LE(items, 4096u);
     }
     EXPECT_EQ(covered, (std::vector<std::size_t>{2000, 4, 800}));
 
@@ -213,18 +217,39 @@ TEST(CliFailure, TellsTheCauseFromTheRelayedTraffic) {
                                 'A', 0, '[', 0, '#', 0, '1', 0, ']', 0, 5, 0, 'A', 0, '[', 0, '#', 0, '2', 0, ']'});
     const auto read = frame({0, 0, 0, 0x18, 0xFF, 0xFF, 0xFF, 0xE7, 0, 2, 0x1E, 0x09, 0, 0, 2, 0, 0, 0,
                              0, 1, 0, 1, 0, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 4});
-    std::vector<uint8_t> items(24 + 41, 0);  // two resolve items without extensions, as far as the driver reads
+    // A reply of n bytes framed as the PLC frames one (the length announced is
+    // n's, or more for a reply cut short), with the given status.
+    const auto reply = [](std::size_t n, uint16_t status = 0, std::size_t announced = 0) {
+        std::vector<uint8_t> r(n, 0);
+        const auto len = static_cast<uint32_t>(std::max(n, announced) - 10);
+        for (int i = 0; i < 4; ++i) {
+            r[i] = static_cast<uint8_t>(len >> (24 - 8 * i));
+            r[4 + i] = static_cast<uint8_t>(~r[i]);
+        }
+        r[10] = static_cast<uint8_t>(status >> 8);
+        r[11] = static_cast<uint8_t>(status);
+        return r;
+    };
+    const auto items = reply(24 + 41);  // two resolve items without extensions, as far as the driver reads
+    std::vector<uint8_t> noise(41);
+    for (std::size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<uint8_t>(i * 37 + 11);
     const struct { std::vector<TrafficEvent> events; Exit status; std::string message; } cases[] = {
         {{{K::ConnectFailed, {}, 111}}, kExitConnect, "cannot connect to P: Connection refused"},
         {{{K::ConnectFailed, {}, 0}}, kExitConnect, "cannot connect to P: no answer within 3 s"},
         {{{K::Request, resolve, 0}}, kExitNoAnswer, "no answer from the PLC at P within 3 s to the symbol resolve"},
         {{{K::Request, resolve, 0}, {K::Closed, {}, 0}}, kExitNoAnswer, "closed the connection without answering"},
         {{{K::Closed, {}, 0}}, kExitNoAnswer, "the PLC at P closed the connection"},
-        {{{K::Request, resolve, 0}, {K::Reply, std::vector<uint8_t>(41, 0), 0}}, kExitShortReply,
+        {{{K::Request, resolve, 0}, {K::Reply, reply(41, 0, 65), 0}}, kExitShortReply,
          "too short (41 bytes): it left out A[2]"},
-        {{{K::Request, resolve, 0}, {K::Reply, items, 0}, {K::Request, read, 0}, {K::Reply, std::vector<uint8_t>(16), 0}},
+        {{{K::Request, resolve, 0}, {K::Reply, reply(41, 0x0103), 0}}, kExitBadReply,
+         "the PLC does not know 'A[2]' (status 0x0103)"},
+        {{{K::Request, resolve, 0}, {K::Reply, noise, 0}}, kExitBadReply,
+         "symbol resolve request (41 bytes) is not a frame of the PLC's protocol"},
+        {{{K::Request, resolve, 0}, {K::Reply, items, 0}, {K::Request, read, 0}, {K::Reply, reply(16, 0, 18), 0}},
          kExitShortReply, "read by location request was too short (16 bytes): it left out A[2]"},
-        {{{K::Request, resolve, 0}, {K::Reply, items, 0}, {K::Request, read, 0}, {K::Reply, std::vector<uint8_t>(18), 0}},
+        {{{K::Request, resolve, 0}, {K::Reply, items, 0}, {K::Request, read, 0}, {K::Reply, reply(14, 0x0104), 0}},
+         kExitBadReply, "the PLC refused the read by location request (status 0x0104)"},
+        {{{K::Request, resolve, 0}, {K::Reply, items, 0}, {K::Request, read, 0}, {K::Reply, reply(18), 0}},
          kExitBadReply, "could not use the PLC's reply to the read by location request (18 bytes)"},
         {{}, kExitFailed, ""},  // the driver refused without asking the PLC
     };
@@ -239,7 +264,7 @@ TEST(CliCheck, ReportsEachProblemWithItsLine) {
     const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
         // Tags that can only be read are notes, not faults.
         {kTags, {"11: note: read only: the driver has no writer for WSTRING", "13: note: read only", "14: note: read only",
-                 "19: cannot be read: strings of more than 508 bytes"}},
+                 "19: cannot be read: strings of more than 509 bytes"}},
         {"id,name,type\n1,A,INT,,2,,,-1\n", {"1: a header line"}},
         {"1,A,INT,,2,,,-1\n\n3,B,INT,,2,,,-1\n", {"2: blank line"}},
         {"1,A,INT,,2,,,-1\n2,B,INT,,2,,,-1", {"2: no line feed at the end"}},
@@ -249,7 +274,7 @@ TEST(CliCheck, ReportsEachProblemWithItsLine) {
         {"1,A,INT,,2,,,-1\n1,A,INT,,2,,,-1\n", {"2: duplicate id 1 (also line 1)", "2: duplicate name 'A' (also line 1)"}},
         {"1,A,INT,[3..1],2,,,-1\n2,B,INT,[1-3],2,,,-1\n", {"1: reversed bounds [3..1]", "2: bad bounds '[1-3]'"}},
         {"1,A,SINT,,1,,,-1\n2,S,STRING,,600,,,-1\n",
-         {"1: cannot be read: the driver does not read 8-bit types", "1: cannot be written", "2: cannot be read: strings of more than 508 bytes"}},
+         {"1: cannot be read: the driver does not read 8-bit types", "1: cannot be written", "2: cannot be read: strings of more than 509 bytes"}},
         // Device and scope columns the driver reads otherwise than the line says.
         {"1,A,INT,,2,,XX100,-1\n2,B,INT,,2,,DM,-1\n3,C,INT,,2,,DMabc,-1\n4,D,INT,,2,,DM-5,-1\n5,E,INT,,2,,DM99999999999,-1\n"
          "6,F,INT,,2,,XDM1,-1\n7,G,INT,,2,,,xyz\n8,H,INT,,2,,,\n9,I,INT,,2,,\n10,J,INT,,2,,,-5\n11,K,INT,,2,,,4\n",

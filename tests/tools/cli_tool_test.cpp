@@ -80,8 +80,10 @@ protected:
         if (!dir_.empty()) fs::remove_all(dir_);
     }
     int start_sim(std::vector<std::string> options, uint16_t port = 0) {
-        std::vector<std::string> argv = {kSim, "--tags", kDemo, "--port", std::to_string(port)};
-        argv.insert(argv.end(), options.begin(), options.end());
+        // Options that begin with --tags FILE serve FILE instead of the sample.
+        const bool own_tags = options.size() >= 2 && options[0] == "--tags";
+        std::vector<std::string> argv = {kSim, "--tags", own_tags ? options[1] : kDemo, "--port", std::to_string(port)};
+        argv.insert(argv.end(), options.begin() + (own_tags ? 2 : 0), options.end());
         const fs::path out = dir_ / ("sim" + std::to_string(sims_.size()));
         sims_.push_back(spawn(argv, out, out.string() + ".err"));
         std::smatch m;
@@ -122,12 +124,17 @@ TEST_F(CliTool, WritesReadBackAndJsonParsesForEveryShape) {
 }
 
 TEST_F(CliTool, TellsEachFailureByItsCauseAndStatus) {
+    // A PLC whose program lacks Counter: the tag file is newer than the PLC.
+    const std::string demo = slurp(kDemo);
+    std::ofstream(dir_ / "older.csv") << demo.substr(demo.find('\n') + 1);
     // sim: the simulator's options (empty: nothing listens).
     const struct { std::vector<std::string> sim; int status; std::string message; } cases[] = {
         {{}, 5, "cannot connect to 127.0.0.1:"},
         {{"--silent"}, 6, "no answer from the PLC at 127.0.0.1:"},
         {{"--truncate", "24"}, 7, "symbol resolve request was too short (24 bytes): it left out Counter"},
         {{"--refuse"}, 6, "closed the connection"},
+        {{"--garbage"}, 8, "symbol resolve request (41 bytes) is not a frame of the PLC's protocol"},
+        {{"--tags", (dir_ / "older.csv").string()}, 8, "the PLC does not know 'Counter' (status 0x0103)"},
     };
     for (const auto &c : cases) {
         const int port = c.sim.empty() ? FakePlc::closed_port() : start_sim(c.sim);

@@ -32,51 +32,34 @@
 #include <vector>
 
 #include "capture.hpp"
+#include "format/wire.hpp"
 #include "plc.hpp"
 
 namespace kplc::sim {
 
 namespace {
 
-constexpr std::size_t kHeader = 12;  // request header: data_len, complement, sequence, command
+constexpr std::size_t kHeader = wire::kHeaderSize;
 
 uint32_t be32(const uint8_t *p) { return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3]; }
 uint16_t be16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
 
-bool known_command(uint16_t code) {
-    switch (code) {
-        case 0x0C2C: case 0x0C25: case 0x0C28: case 0x1E09: case 0x1E01: case 0x1E03: case 0x3200: case 0x3300:
-            return true;
-        default:
-            return false;
-    }
-}
-
+// The table's names are literals, so the view's data is a C string.
 const char *command_name(uint16_t code) {
-    switch (code) {
-        case 0x0C2C: return "first catalogue";
-        case 0x0C25: return "program catalogue";
-        case 0x0C28: return "symbol resolve";
-        case 0x1E09: return "read by location";
-        case 0x1E01: return "word write";
-        case 0x1E03: return "word-area bit write";
-        case 0x3200: return "set bit";
-        case 0x3300: return "reset bit";
-        default: return "unknown command";
-    }
+    const wire::CommandRow *row = wire::command_row(code);
+    return row != nullptr ? row->name.data() : "unknown command";
 }
 
-bool complement_ok(const uint8_t *p) {
-    for (int i = 0; i < 4; ++i) {
-        if (p[4 + i] != static_cast<uint8_t>(~p[i])) return false;
-    }
-    return true;
-}
+// Whether the 8 bytes at `p` are a data_len and its complement.
+bool complement_ok(const uint8_t *p) { return wire::complement_holds({p, wire::kSequenceOffset}); }
 
-// Whether `bytes` starts with the header of a request the driver sends.
+// Whether `bytes` starts with the header of a request the driver sends: a
+// data_len that covers at least the command code.
 bool looks_like_request(std::span<const uint8_t> bytes) {
-    return bytes.size() >= kHeader && complement_ok(bytes.data()) && be32(bytes.data()) >= 2 &&
-           be32(bytes.data()) <= kMaxRequestDataLen && known_command(be16(bytes.data() + 10));
+    if (bytes.size() < kHeader || !wire::complement_holds(bytes)) return false;
+    const uint32_t data_len = *wire::data_len_of(bytes);
+    return wire::frame_length(data_len) >= kHeader && data_len <= kMaxRequestDataLen &&
+           wire::is_command(*wire::command_of(bytes));
 }
 
 double seconds(const timeval &tv) { return static_cast<double>(tv.tv_sec) + static_cast<double>(tv.tv_usec) / 1e6; }
@@ -180,8 +163,8 @@ struct Replay::Data {
         // the PLC's application: it is no request to answer again.
         if (c.broken || c.dir[1].finished) return;
         c.input.insert(c.input.end(), bytes.begin(), bytes.end());
-        while (c.input.size() >= 8) {
-            const uint32_t data_len = be32(c.input.data());
+        while (c.input.size() >= wire::kSequenceOffset) {
+            const uint32_t data_len = *wire::data_len_of(c.input);
             if (!complement_ok(c.input.data()) || data_len > kMaxRequestDataLen) {
                 // No frame boundary can be found after this; the PLC closes
                 // such a connection.
@@ -190,7 +173,7 @@ struct Replay::Data {
                 c.broken = true;
                 return;
             }
-            const std::size_t size = 10 + std::size_t{data_len};
+            const auto size = static_cast<std::size_t>(wire::frame_length(data_len));
             if (c.input.size() < size) return;
             add_request(std::span<const uint8_t>(c.input).first(size), time, c.current);
             c.input.erase(c.input.begin(), c.input.begin() + static_cast<std::ptrdiff_t>(size));
@@ -290,9 +273,10 @@ struct Replay::Data {
     }
 
     void udp_packet(const Endpoint &src, const Endpoint &dst, std::span<const uint8_t> payload, double time) {
-        if (looks_like_request(payload) && be32(payload.data()) + 10 <= payload.size()) {
+        const uint64_t size = looks_like_request(payload) ? wire::frame_length(*wire::data_len_of(payload)) : 0;
+        if (size != 0 && size <= payload.size()) {
             std::optional<std::size_t> current;
-            add_request(payload.first(be32(payload.data()) + 10), time, current);
+            add_request(payload.first(static_cast<std::size_t>(size)), time, current);
             udp_current[{src, dst}] = *current;
             ++udp_exchanges;
             return;
@@ -394,11 +378,13 @@ std::size_t Replay::mismatched() const { return d_->mismatched; }
 
 namespace {
 
+constexpr bool is_sequence_byte(std::size_t i) { return i == wire::kSequenceOffset || i == wire::kSequenceOffset + 1; }
+
 // Requests compared without their sequence number.
 bool same_request(std::span<const uint8_t> a, std::span<const uint8_t> b) {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0; i < a.size(); ++i) {
-        if ((i == 8 || i == 9) ? false : a[i] != b[i]) return false;
+        if (!is_sequence_byte(i) && a[i] != b[i]) return false;
     }
     return true;
 }
@@ -407,7 +393,7 @@ bool same_request(std::span<const uint8_t> a, std::span<const uint8_t> b) {
 std::size_t distance(std::span<const uint8_t> a, std::span<const uint8_t> b) {
     std::size_t d = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
     for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
-        if (i != 8 && i != 9 && a[i] != b[i]) ++d;
+        if (!is_sequence_byte(i) && a[i] != b[i]) ++d;
     }
     return d;
 }
@@ -417,8 +403,8 @@ std::size_t distance(std::span<const uint8_t> a, std::span<const uint8_t> b) {
 // differ between a read and a resolve would say nothing.
 void report_mismatch(std::size_t live, std::span<const uint8_t> request, const std::vector<Exchange> &all,
                      std::size_t cursor) {
-    const uint16_t command = request.size() >= kHeader ? be16(request.data() + 10) : 0;
-    const auto command_of = [](const Exchange &e) { return e.request.size() >= kHeader ? be16(e.request.data() + 10) : 0; };
+    const uint16_t command = wire::command_of(request).value_or(0);
+    const auto command_of = [](const Exchange &e) { return wire::command_of(e.request).value_or(0); };
     std::optional<std::size_t> best;
     std::size_t best_distance = SIZE_MAX;
     for (std::size_t k = 0; k < all.size(); ++k) {
@@ -447,12 +433,12 @@ void report_mismatch(std::size_t live, std::span<const uint8_t> request, const s
     // The differing bytes, as runs of offsets.
     const std::size_t common = std::min(near.request.size(), request.size());
     for (std::size_t i = 0; i < common;) {
-        if (i == 8 || i == 9 || near.request[i] == request[i]) {
+        if (is_sequence_byte(i) || near.request[i] == request[i]) {
             ++i;
             continue;
         }
         std::size_t end = i;
-        while (end < common && end != 8 && near.request[end] != request[end]) ++end;
+        while (end < common && end != wire::kSequenceOffset && near.request[end] != request[end]) ++end;
         std::fprintf(stderr, "kplc-sim: replay:   offset %zu: live %s, recorded %s\n", i,
                      hex(request.subspan(i, end - i)).c_str(),
                      hex(std::span<const uint8_t>(near.request).subspan(i, end - i)).c_str());
@@ -513,9 +499,9 @@ std::optional<Answer> Replay::respond(std::span<const uint8_t> request) {
     for (const auto &s : e.reply) answer.bytes.insert(answer.bytes.end(), s.bytes.begin(), s.bytes.end());
     // A reply with a well-formed header carries the live request's sequence
     // number; bytes that are no frame (a garbled reply) go out as recorded.
-    if (answer.bytes.size() >= 10 && complement_ok(answer.bytes.data()) && request.size() >= 10) {
-        answer.bytes[8] = request[8];
-        answer.bytes[9] = request[9];
+    if (wire::complement_holds(answer.bytes) && wire::sequence_of(answer.bytes) && wire::sequence_of(request)) {
+        answer.bytes[wire::kSequenceOffset] = request[wire::kSequenceOffset];
+        answer.bytes[wire::kSequenceOffset + 1] = request[wire::kSequenceOffset + 1];
     }
     if (options_.timing) answer.delay_ms = to_ms(e.reply.front().time - e.time);
     // A reply that came in pieces is sent in two, cut where the longest pause was.

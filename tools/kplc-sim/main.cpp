@@ -266,10 +266,11 @@ public:
                 replied_ = false;
                 break;
             case Kind::Reply: {
-                // The first segment of the answer holds the status at bytes 10-11.
-                if (replied_ || e.bytes.size() < 12) break;
+                // The first segment of the answer holds the status.
+                const auto reply_status = kplc::wire::status_of(e.bytes);
+                if (replied_ || !reply_status) break;
                 replied_ = true;
-                const unsigned status = static_cast<unsigned>(e.bytes[10] << 8 | e.bytes[11]);
+                const unsigned status = *reply_status;
                 if (status == kplc::sim::kStatusMalformed || status == kplc::sim::kStatusUnknownCommand) {
                     std::fprintf(stderr, "kplc-sim: connection %llu: %s request from %s: %s\n",
                                  static_cast<unsigned long long>(e.connection),

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "format/wire.hpp"
 #include "protocol/frame.hpp"
 
 namespace kplc::sim {
@@ -16,9 +17,6 @@ using proto::FrameReader;
 using proto::FrameWriter;
 
 constexpr uint16_t kProtocolVersion = 1;
-constexpr std::size_t kResolveItemBytes = 24;
-// A catalogue entry's L byte holds the name's bytes plus 2.
-constexpr std::size_t kMaxCatalogueNameUnits = (0xFF - 2) / 2;
 
 // A reply under construction: the header is written at once, the status can
 // be changed until the reply is finished.
@@ -30,7 +28,7 @@ public:
         w_.u16(command);
     }
     FrameWriter &w() { return w_; }
-    void status(uint16_t status) { w_.patch_u16(10, status); }
+    void status(uint16_t status) { w_.patch_u16(wire::kStatusOffset, status); }
 
     // The finished frame; a reply that outgrew kMaxReply becomes a refusal.
     std::vector<uint8_t> finish() {
@@ -82,10 +80,10 @@ std::vector<uint8_t> Plc::handle(std::span<const uint8_t> request) {
 }
 
 std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
-    FrameReader r(request);
-    uint16_t sequence = 0;
-    uint16_t command = 0;
-    if (!r.skip(8) || !r.u16(sequence) || !r.u16(command)) return Reply::refusal(sequence, command, kStatusMalformed);
+    FrameReader r(request, wire::kHeaderSize);
+    const uint16_t sequence = wire::sequence_of(request).value_or(0);
+    const uint16_t command = wire::command_of(request).value_or(0);
+    if (request.size() < wire::kHeaderSize) return Reply::refusal(sequence, command, kStatusMalformed);
     Reply reply(sequence, command);
     FrameWriter &w = reply.w();
 
@@ -101,10 +99,11 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
             // one-byte length) are not listed; nor are those that would make
             // the reply longer than the driver receives.
             std::vector<const Program *> listed;
-            std::size_t size = proto::kResponseDataOffset + 1;
+            std::size_t size = wire::kCatalogueEntriesOffset;
             for (const Program &p : tags_.programs()) {
-                const std::size_t entry = 4 + 2 + 2 * p.units.size();
-                if (p.units.empty() || p.units.size() > kMaxCatalogueNameUnits || listed.size() == 0xFF ||
+                const std::size_t entry = wire::kCatalogueEntryLead + 1 + wire::kCatalogueEntryGap + 1 +
+                                          2 * p.units.size() + wire::kCatalogueEntryTail;
+                if (p.units.empty() || p.units.size() > wire::kCatalogueMaxNameUnits || listed.size() == 0xFF ||
                     size + entry > kReceiveArea) {
                     continue;
                 }
@@ -113,8 +112,10 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
             }
             w.u8(static_cast<uint8_t>(listed.size()));
             for (std::size_t i = 0; i < listed.size(); ++i) {
+                static_assert(wire::kCatalogueEntryLead == 2 && wire::kCatalogueEntryGap == 1 &&
+                              wire::kCatalogueEntryTail == 1);
                 w.u16(static_cast<uint16_t>(i));
-                w.u8(static_cast<uint8_t>(2 + 2 * listed[i]->units.size()));
+                w.u8(static_cast<uint8_t>(wire::kCatalogueLengthBias + 2 * listed[i]->units.size()));
                 w.u8(0);
                 w.u8(listed[i]->id);
                 for (char16_t unit : listed[i]->units) w.u16(unit);
@@ -124,43 +125,28 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
         }
 
         case Command::SymbolResolve: {
-            // 00 01, then the scope block: 00 00 (global) or 01 01 00 P 00 00 00 00.
-            uint16_t constant = 0;
-            uint8_t kind = 0;
-            uint8_t kind2 = 0;
-            if (!r.u16(constant) || !r.u8(kind) || !r.u8(kind2)) break;
-            int scope = kGlobal;
-            if (kind == 0x01) {
-                uint8_t zero = 0;
-                uint8_t program = 0;
-                if (!r.u8(zero) || !r.u8(program) || !r.skip(4)) break;
-                scope = program;
-            } else if (kind != 0x00) {
-                break;
-            }
-            uint16_t count = 0;
-            if (!r.u16(count)) break;
-            // Read every name before answering: a request cut short is refused
-            // as a whole.
-            std::vector<std::u16string> names(count);
+            // Read every name before answering: a request cut short, or with
+            // a scope block of another kind, is refused as a whole.
+            wire::SymbolCursor symbols(request);
+            if (!symbols.valid()) break;
+            const int scope = symbols.scope() == wire::kGlobalScope ? kGlobal : symbols.scope();
+            std::vector<std::u16string> names(symbols.count());
             bool complete = true;
             for (auto &name : names) {
-                uint16_t units = 0;
-                const auto bytes = r.u16(units) ? r.take(2 * std::size_t{units}) : std::nullopt;
+                const auto bytes = symbols.next();
                 if (!bytes) {
                     complete = false;
                     break;
                 }
-                name.resize(units);
-                for (std::size_t i = 0; i < units; ++i) {
-                    name[i] = static_cast<char16_t>((*bytes)[2 * i] << 8 | (*bytes)[2 * i + 1]);
-                }
+                name.resize(bytes->size() / 2);
+                for (std::size_t i = 0; i < name.size(); ++i) name[i] = static_cast<char16_t>(wire::be16(*bytes, 2 * i));
             }
             if (!complete) break;
 
             w.u8(0);
             const std::size_t count_at = w.size();
             w.u16(0);
+            static_assert(wire::kItemCountOffset == wire::kReplyDataOffset + 1);
             uint16_t items = 0;
             for (const auto &name : names) {
                 const auto found = tags_.resolve(scope, std::u16string_view(name));
@@ -170,36 +156,30 @@ std::vector<uint8_t> Plc::dispatch(std::span<const uint8_t> request) {
                 }
                 const Tag &tag = *found->tag;
                 const uint32_t element_bytes = tag.is_string ? tag.text_bytes : tag.is_bool ? 1 : tag.stride / 8;
+                // The item's fields in order, each where the wire home puts it.
                 w.u16(tag.rec.type);
                 w.u16(static_cast<uint16_t>(element_bytes));
                 w.u8(found->area);
                 w.u32(found->location);
-                w.zeros(3);
+                w.zeros(wire::kItemBitNumberHigh - wire::kItemLocation - wire::kItemLocationSize);
                 // The bit inside the word; the high byte is always 0.
                 w.u16(static_cast<uint16_t>(found->location & 15));
-                w.zeros(9);
+                w.zeros(wire::kItemExtensionCount - wire::kItemBitNumber - 1);
                 w.u8(found->subscript_count);
                 for (std::size_t i = 0; i < found->subscript_count; ++i) write_s32(w, found->subscripts[i]);
                 ++items;
             }
             w.patch_u16(count_at, items);
-            static_assert(kResolveItemBytes == 2 + 2 + 1 + 4 + 3 + 2 + 9 + 1);
             return reply.finish();
         }
 
         case Command::ReadByLocation: {
-            // 00, N (u16), 00 00 00, then N entries: 00, area, word count (u16), location (u32).
-            uint8_t zero = 0;
-            uint16_t entries = 0;
-            if (!r.u8(zero) || !r.u16(entries) || !r.skip(3)) break;
-            for (uint16_t i = 0; i < entries; ++i) {
-                uint8_t area = 0;
-                uint16_t words = 0;
-                uint32_t location = 0;
-                if (!r.u8(zero) || !r.u8(area) || !r.u16(words) || !read_u32(r, location)) {
-                    return Reply::refusal(sequence, command, kStatusMalformed);
-                }
-                const auto data = memory_.read(area, location, words);
+            const auto entries = wire::location_count(request);
+            if (!entries || request.size() < wire::kLocationHeaderSize) break;
+            for (std::size_t i = 0; i < *entries; ++i) {
+                const auto entry = wire::location_entry(request, i);
+                if (!entry) return Reply::refusal(sequence, command, kStatusMalformed);
+                const auto data = memory_.read(entry->area, entry->location, entry->words);
                 if (!data) return Reply::refusal(sequence, command, kStatusBadLocation);
                 w.bytes(*data);
             }

@@ -37,12 +37,13 @@
 #include <vector>
 
 #include "format/frame_limits.hpp"
+#include "format/wire.hpp"
 #include "memory.hpp"
 #include "tag_space.hpp"
 
 namespace kplc::sim {
 
-inline constexpr uint16_t kStatusOk = 0x0000;
+inline constexpr uint16_t kStatusOk = wire::kStatusDone;
 inline constexpr uint16_t kStatusUnknownCommand = 0x0101;
 inline constexpr uint16_t kStatusMalformed = 0x0102;
 inline constexpr uint16_t kStatusUnknownName = 0x0103;
@@ -53,7 +54,7 @@ inline constexpr uint16_t kStatusTooLarge = 0x0105;
 // a broken stream.
 inline constexpr uint32_t kMaxRequestDataLen = 0x10000;
 // Largest reply the simulator builds.
-inline constexpr std::size_t kMaxReply = 0x10000 + 14;
+inline constexpr std::size_t kMaxReply = 0x10000 + wire::kReplyDataOffset;
 // The driver takes a reply from one receive of at most kReceiveArea bytes;
 // the program catalogue lists only as many programs as fit.
 using proto::kReceiveArea;

@@ -17,6 +17,8 @@
 #include <system_error>
 #include <vector>
 
+#include "format/wire.hpp"
+
 namespace kplc::sim {
 
 namespace {
@@ -40,7 +42,6 @@ void trace_line(const char *prefix, std::span<const uint8_t> bytes) {
     std::fflush(stdout);
 }
 
-uint32_t load_be32(const uint8_t *p) { return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3]; }
 
 }  // namespace
 
@@ -188,22 +189,20 @@ void Server::run_udp() {
 }
 
 bool Server::serve(Peer &peer) {
-    while (peer.input.size() >= 8) {
+    while (peer.input.size() >= wire::kSequenceOffset) {
         // data_len and its complement frame the request. A header that fails
         // that check, or announces more than any request holds, leaves no way
         // to find the next frame: the connection is closed.
-        const uint32_t data_len = load_be32(peer.input.data());
-        for (std::size_t i = 0; i < 4; ++i) {
-            if (peer.input[4 + i] != static_cast<uint8_t>(~peer.input[i])) {
-                peer.why = "malformed request: length complement does not match";
-                return false;
-            }
+        const uint32_t data_len = *wire::data_len_of(peer.input);
+        if (!wire::complement_holds(peer.input)) {
+            peer.why = "malformed request: length complement does not match";
+            return false;
         }
         if (data_len > kMaxRequestDataLen) {
             peer.why = "malformed request: data length too large";
             return false;
         }
-        const std::size_t size = 10 + std::size_t{data_len};
+        const auto size = static_cast<std::size_t>(wire::frame_length(data_len));
         if (peer.input.size() < size) return true;
         const bool keep = answer(peer, std::span<const uint8_t>(peer.input).first(size));
         peer.input.erase(peer.input.begin(), peer.input.begin() + static_cast<std::ptrdiff_t>(size));

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "format/device_class.hpp"
-#include "format/tag_lines.hpp"
+#include "format/tag.hpp"
 #include "format/types.hpp"
 #include "protocol/frame.hpp"
 
@@ -12,10 +12,9 @@ namespace kplc::sim {
 
 namespace {
 
-// Elements of one tag; far beyond any real PLC variable, small enough that a
+// Elements of one tag: far beyond any real PLC variable, small enough that a
 // bad range column cannot make the simulator allocate gigabytes.
-constexpr uint64_t kMaxElements = uint64_t{1} << 20;
-
+using format::kMaxArrayElements;
 
 using format::written_by_set_reset;
 
@@ -71,27 +70,11 @@ std::optional<uint64_t> element_offset(const std::vector<Dimension> &dims, const
 // bounds are non-zero (as the driver forms string element names); every other
 // array by its shape.
 std::vector<Dimension> dimensions_of(const kplc_tag_str &rec) {
-    const auto dim = [](uint32_t lo, uint32_t hi) { return Dimension{static_cast<int32_t>(lo), static_cast<int32_t>(hi)}; };
-    std::size_t count = 0;
-    if (rec.attr == STRING) {
-        count = rec.ar2_max != 0 ? 3 : rec.ar1_max != 0 ? 2 : rec.ar_max != 0 ? 1 : 0;
-    } else {
-        count = rec.attr == ARRAY ? 1 : rec.attr == ARRAY2 ? 2 : rec.attr == ARRAY3 ? 3 : 0;
-    }
-    const std::array<Dimension, 3> all{dim(rec.ar_min, rec.ar_max), dim(rec.ar1_min, rec.ar1_max),
-                                       dim(rec.ar2_min, rec.ar2_max)};
-    return {all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count)};
-}
-
-// Words one element of a numeric or BOOL-free tag takes.
-uint64_t words_per_element(const kplc_tag_str &rec) {
-    switch (rec.bits) {
-        case 16: return 1;
-        case 32: return 2;
-        case 64: return 4;
-        case 0: return std::max<uint64_t>(1, (uint64_t{rec.byte_len} + 1) / 2);  // text types outside STRING shape
-        default: return 1;                                                       // 8-bit types, unknown types
-    }
+    std::vector<Dimension> dims;
+    const auto bounds = format::bounds(rec);
+    for (unsigned d = 0; d < format::dimensions(rec); ++d)
+        dims.push_back({static_cast<int32_t>(bounds[d].min), static_cast<int32_t>(bounds[d].max)});
+    return dims;
 }
 
 }  // namespace
@@ -150,7 +133,7 @@ void TagSpace::add(const kplc_tag_str &rec, std::size_t id, Memory &memory, std:
             return;
         }
         elements *= d.size();
-        if (elements > kMaxElements) {
+        if (elements > kMaxArrayElements) {
             warnings.push_back(describe(id, rec) + ": more than 2^20 elements, left out");
             return;
         }
@@ -163,8 +146,7 @@ void TagSpace::add(const kplc_tag_str &rec, std::size_t id, Memory &memory, std:
     if (tag.is_string) {
         // Each element holds its text and its terminator, word aligned, so a
         // read of the element's whole words from any character stays inside it.
-        const uint32_t overhead = rec.type == format::kWString ? 2 : 1;
-        tag.text_bytes = rec.byte_len > overhead ? rec.byte_len - overhead : 0;
+        tag.text_bytes = format::string_element_size(rec);
         const uint64_t stride = std::max<uint64_t>(2, (uint64_t{rec.byte_len} + 1) & ~uint64_t{1});
         tag.area = Memory::kTextArea;
         tag.stride = static_cast<uint32_t>(std::min<uint64_t>(stride, Memory::kMaxAreaBytes) * 8);
@@ -176,7 +158,7 @@ void TagSpace::add(const kplc_tag_str &rec, std::size_t id, Memory &memory, std:
         // word e / 16: the array bit write names the bit by the element offset.
         first = tag.dims.empty() ? memory.allocate_bit(tag.area) : memory.allocate_words(tag.area, (elements + 15) / 16);
     } else {
-        const uint64_t words = words_per_element(rec);
+        const uint64_t words = format::memory_words(rec);
         tag.area = rec.address;
         tag.stride = static_cast<uint32_t>(words * 16);
         first = memory.allocate_words(tag.area, words * elements);

@@ -6,12 +6,13 @@
 #include <cstdint>
 #include <string>
 
+#include "format/frame_limits.hpp"
 #include "tag_set.hpp"
 
 namespace kplc::cli {
 
 // Names travel as at most 255 UTF-16 code units.
-inline constexpr uint32_t kMaxNameUnits = 255;
+inline constexpr uint32_t kMaxNameUnits = proto::kMaxNameUnits;
 
 // False, with the reason in `why`, when the driver's read path cannot read the tag.
 bool driver_reads(const Tag &tag, std::string &why);

@@ -7,12 +7,13 @@
 #include <filesystem>
 #include <vector>
 
+#include "format/tag_limits.hpp"
 #include "text.hpp"
 
 namespace kplc::cli {
 namespace {
 
-constexpr int kIoctlMultiRead = 1000;
+using format::kIoctlMultiRead;
 constexpr const char *kLibraryName = "libkplc.so";
 // The installed driver, by its SONAME (package libkplc0, no -dev package needed).
 constexpr const char *kInstalledName = "libkplc.so.0";

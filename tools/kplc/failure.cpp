@@ -4,18 +4,16 @@
 #include <cstring>
 #include <optional>
 
+#include "format/frame_limits.hpp"
+#include "format/wire.hpp"
 #include "json.hpp"
 #include "text.hpp"
 
 namespace kplc::cli {
 namespace {
 
-constexpr uint16_t kResolve = 0x0C28;
-constexpr uint16_t kReadByLocation = 0x1E09;
-constexpr std::size_t kHeader = 12;
-// A resolve item is 24 bytes plus 4 per extension; the driver reads up to its byte 40.
-constexpr std::size_t kItemRead = 41;
-constexpr std::size_t kValuesAt = 14;
+using wire::Command;
+
 constexpr std::size_t kShownNames = 8;
 
 struct Exchange {
@@ -24,75 +22,71 @@ struct Exchange {
     bool closed = false;
 };
 
-uint16_t be16(std::span<const uint8_t> b, std::size_t at) {
-    return at + 1 < b.size() ? static_cast<uint16_t>(b[at] << 8 | b[at + 1]) : 0;
-}
+uint16_t command(const std::vector<uint8_t> &frame) { return wire::command_of(frame).value_or(0); }
 
-uint16_t command(const std::vector<uint8_t> &frame) { return be16(frame, 10); }
-
-// Frame length the header announces: the bytes after the sequence number, plus 10.
-std::size_t declared(const std::vector<uint8_t> &frame) {
-    if (frame.size() < 4) return SIZE_MAX;
-    return (std::size_t{frame[0]} << 24 | std::size_t{frame[1]} << 16 | std::size_t{frame[2]} << 8 | frame[3]) + 10;
-}
+bool is(uint16_t code, Command c) { return code == static_cast<uint16_t>(c); }
 
 std::string command_text(uint16_t code) {
-    switch (code) {
-    case 0x0C2C: return "catalogue";
-    case 0x0C25: return "program catalogue";
-    case kResolve: return "symbol resolve";
-    case kReadByLocation: return "read by location";
-    case 0x1E01: return "word write";
-    case 0x1E03: return "bit write";
-    case 0x3200: return "set bit";
-    case 0x3300: return "reset bit";
-    default: {
-        char hex[8];
-        std::snprintf(hex, sizeof hex, "0x%04X", static_cast<unsigned>(code));
-        return hex;
-    }
-    }
+    if (const wire::CommandRow *row = wire::command_row(code)) return std::string(row->name);
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "0x%04X", static_cast<unsigned>(code));
+    return hex;
 }
 
 // The names of a symbol resolve request, as the user writes them (no '#').
 std::vector<std::string> resolve_names(const std::vector<uint8_t> &req) {
     std::vector<std::string> names;
-    std::size_t at = kHeader + 2;
-    if (at >= req.size()) return names;
-    at += req[at] == 0 ? 2 : 8;  // scope block: global 00 00, a program 01 01 00 P 00 00 00 00
-    const uint16_t count = be16(req, at);
-    at += 2;
-    for (uint16_t i = 0; i < count && at + 2 <= req.size(); ++i) {
-        const std::size_t units = be16(req, at);
-        at += 2;
-        if (at + 2 * units > req.size()) break;
+    wire::SymbolCursor symbols(req);
+    while (const auto units = symbols.next()) {
         std::string name;
-        for (char c : utf8_of_utf16be(std::span(req).subspan(at, 2 * units)))
+        for (char c : utf8_of_utf16be(*units))
             if (c != '#') name.push_back(c);
         names.push_back(std::move(name));
-        at += 2 * units;
     }
     return names;
+}
+
+// Resolve items the reply holds as far as the driver reads them (up to
+// their extension count), at most `wanted`.
+std::size_t items_received(const std::vector<uint8_t> &reply, std::size_t wanted) {
+    wire::ResolveCursor items(reply);
+    std::size_t n = 0;
+    while (n < wanted && items.whole()) {
+        ++n;
+        items.advance();
+    }
+    return n;
 }
 
 // Indices of the requested items the reply does not hold; empty when it holds all.
 std::vector<std::size_t> left_out(const Exchange &x) {
     std::vector<std::size_t> missing;
     const std::vector<uint8_t> &r = *x.reply;
-    if (command(x.request) == kResolve) {
+    const uint16_t code = command(x.request);
+    if (is(code, Command::SymbolResolve)) {
         const std::size_t n = resolve_names(x.request).size();
-        std::size_t c = 0, i = 0;
-        for (; i < n && r.size() >= c + kItemRead; ++i) c += 24 + 4 * std::size_t{r[c + 40]};
-        for (; i < n; ++i) missing.push_back(i);
-    } else if (command(x.request) == kReadByLocation) {
-        const uint16_t n = be16(x.request, 13);
-        std::size_t end = kValuesAt;
-        for (std::size_t k = 0; k < n && 18 + 8 * k + 3 < x.request.size(); ++k) {
-            end += 2 * std::size_t{x.request[18 + 8 * k + 3]};  // the entry's word count
+        for (std::size_t i = items_received(r, n); i < n; ++i) missing.push_back(i);
+    } else if (is(code, Command::ReadByLocation)) {
+        const uint16_t n = wire::location_count(x.request).value_or(0);
+        std::size_t end = wire::kReplyDataOffset;
+        for (std::size_t k = 0; k < n; ++k) {
+            const auto entry = wire::location_entry(x.request, k);
+            if (!entry) break;
+            end += 2 * std::size_t{entry->words};
             if (end > r.size()) missing.push_back(k);
         }
     }
     return missing;
+}
+
+// Whether a reply is framed as the protocol frames one: its length complement
+// holds and it is no longer than its header announces (a reply cut short is
+// told apart by what it left out). Replies too short to hold the complement
+// are judged by their length alone.
+bool framed(const std::vector<uint8_t> &reply) {
+    if (reply.size() < wire::kSequenceOffset) return true;
+    const auto data_len = wire::data_len_of(reply);
+    return wire::complement_holds(reply) && data_len && wire::frame_length(*data_len) >= reply.size();
 }
 
 std::string listing(const std::vector<std::size_t> &missing, const std::vector<std::string> &names) {
@@ -110,13 +104,15 @@ std::vector<Exchange> exchanges_of(std::span<const TrafficEvent> events) {
     for (const TrafficEvent &e : events) {
         const bool open = !xs.empty() && !xs.back().reply && !xs.back().closed;
         switch (e.kind) {
-        case TrafficEvent::Kind::Request:
+        case TrafficEvent::Kind::Request: {
             // A frame the relay received in pieces continues until its announced length.
-            if (open && xs.back().request.size() < declared(xs.back().request))
+            const auto data_len = open ? wire::data_len_of(xs.back().request) : std::nullopt;
+            if (open && (!data_len || xs.back().request.size() < wire::frame_length(*data_len)))
                 xs.back().request.insert(xs.back().request.end(), e.bytes.begin(), e.bytes.end());
             else
                 xs.push_back({e.bytes, std::nullopt, false});
             break;
+        }
         case TrafficEvent::Kind::Reply:
             if (open) xs.back().reply = e.bytes;
             break;
@@ -145,7 +141,8 @@ Diagnosis diagnose(std::span<const TrafficEvent> events, const std::string &plc,
     std::vector<std::string> names;  // of the latest resolve: the elements of a read by location
     for (const Exchange &x : xs) {
         const std::string what = command_text(command(x.request));
-        if (command(x.request) == kResolve) names = resolve_names(x.request);
+        const uint16_t code = command(x.request);
+        if (is(code, Command::SymbolResolve)) names = resolve_names(x.request);
         if (x.request.empty())
             return {kExitNoAnswer, cat("the PLC at ", plc, " closed the connection")};
         if (!x.reply && x.closed)
@@ -153,9 +150,35 @@ Diagnosis diagnose(std::span<const TrafficEvent> events, const std::string &plc,
                                        " request")};
         if (!x.reply) return {kExitNoAnswer, cat("no answer from the PLC at ", plc, " within ", timeout, " s to the ",
                                                  what, " request")};
+        const std::vector<uint8_t> &reply = *x.reply;
+        // The driver takes any reply to a catalogue request it went on from;
+        // what the PLC said there did not fail the call.
+        if (wire::starts_link(code) && &x != &xs.back()) continue;
+        if (!framed(reply))
+            return {kExitBadReply, cat("the PLC's reply to the ", what, " request (", reply.size(),
+                                       " bytes) is not a frame of the PLC's protocol: its length fields disagree")};
+        // A status other than done: the PLC refused the request and says why.
+        // A resolve stops at the first name it does not know, so that name is
+        // the first the reply holds no item for.
+        if (const auto status = wire::status_of(reply); status && *status != wire::kStatusDone) {
+            char hex[8];
+            std::snprintf(hex, sizeof hex, "0x%04X", static_cast<unsigned>(*status));
+            if (is(code, Command::SymbolResolve)) {
+                const std::size_t known = items_received(reply, names.size());
+                if (known < names.size())
+                    return {kExitBadReply, cat("the PLC does not know '", names[known], "' (status ", hex,
+                                               "): the tag file names a variable the PLC does not have")};
+            }
+            return {kExitBadReply, cat("the PLC refused the ", what, " request (status ", hex, ")")};
+        }
+        // The driver takes a reply from one receive of a bounded area; the rest stays unread.
+        if (reply.size() > proto::kReceiveArea)
+            return {kExitBadReply, cat("the PLC's reply to the ", what, " request (", reply.size(),
+                                       " bytes) is longer than the ", proto::kReceiveArea,
+                                       " bytes the driver takes in one receive")};
         const std::vector<std::size_t> missing = left_out(x);
         if (!missing.empty()) {
-            const auto &labels = command(x.request) == kResolve ? resolve_names(x.request) : names;
+            const auto &labels = is(code, Command::SymbolResolve) ? resolve_names(x.request) : names;
             return {kExitShortReply, cat("the PLC's reply to the ", what, " request was too short (", x.reply->size(),
                                          " bytes): it left out ", listing(missing, labels))};
         }
@@ -165,7 +188,7 @@ Diagnosis diagnose(std::span<const TrafficEvent> events, const std::string &plc,
     // link after a failed write are not the ones to blame.
     for (auto x = xs.rbegin(); x != xs.rend(); ++x) {
         const uint16_t code = command(x->request);
-        if (x + 1 != xs.rend() && (code == 0x0C2C || code == 0x0C25)) continue;
+        if (x + 1 != xs.rend() && wire::starts_link(code)) continue;
         return {kExitBadReply, cat("the driver could not use the PLC's reply to the ", command_text(code),
                                    " request (", x->reply->size(), " bytes)")};
     }

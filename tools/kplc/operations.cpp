@@ -6,6 +6,7 @@
 
 #include "capability.hpp"
 #include "failure.hpp"
+#include "format/device_class.hpp"
 #include "json.hpp"
 #include "selection.hpp"
 #include "signals.hpp"
@@ -164,23 +165,7 @@ std::string write_summary(const std::vector<WriteJob> &jobs, const WriteStop &st
     return stop.job_done ? summary(jobs, stop.job + 1, 0, true) : summary(jobs, stop.job, stop.parts_sent, true);
 }
 
-std::string device_text(const Tag &tag) {
-    switch (tag.rec.address) {
-    case 0: return "R/DR";
-    case 1: return "CR";
-    case 6: return "DM";
-    case 7: return "CM";
-    case 8: return "TM";
-    case 17: return "MR";
-    case 18: return "LR";
-    case 23: return "EM";
-    case 25: return "FM";
-    case 27: return "B";
-    case 28: return "W";
-    case 44: return "ZF";
-    default: return "-";
-    }
-}
+std::string device_text(const Tag &tag) { return std::string(format::device_name(tag.rec.address)); }
 
 std::string tag_json(const Tag &tag) {
     std::string why;

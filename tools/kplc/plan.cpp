@@ -1,6 +1,8 @@
 #include "plan.hpp"
 
 #include "format/frame_limits.hpp"
+#include "format/tag.hpp"
+#include "format/wire.hpp"
 
 #include <algorithm>
 
@@ -10,18 +12,18 @@ namespace kplc::cli {
 namespace {
 
 // The driver's frame sizes and one-byte counts.
-constexpr std::size_t kResolveOverhead = proto::kProgramResolveOverhead;
-constexpr std::size_t kLocationOverhead = proto::kLocationHeaderSize;
-constexpr std::size_t kLocationEntry = proto::kLocationEntrySize;
+constexpr std::size_t kResolveOverhead = wire::kProgramResolveOverhead;
+constexpr std::size_t kLocationOverhead = wire::kLocationHeaderSize;
+constexpr std::size_t kLocationEntry = wire::kLocationEntrySize;
 constexpr std::size_t kValueOverhead = proto::kResponseDataOffset;
 constexpr std::size_t kWriteFrame = proto::kRequestSize;
 constexpr uint32_t kMaxWriteWords = proto::kMaxWordsPerWrite;
 constexpr uint32_t kMaxWriteNames = proto::kMaxNamesPerResolve;
-// The dispatcher copies the value bytes of a BOOL write into 256 bytes.
-constexpr uint32_t kMaxBoolRun = 64;
-// A string write carries its length in one byte of data_len (12 + n): keep n
-// even (no fill byte inside a text) and well below the limit.
-constexpr uint32_t kMaxTextChunk = 240;
+using format::kMaxBoolRun;
+// A string write carries its length in one byte of data_len; the limit is
+// even, so no fill byte falls inside a text.
+constexpr uint32_t kMaxTextChunk = format::kMaxTextBytes;
+static_assert(kMaxTextChunk % 2 == 0);
 
 bool is_numeric_array(const Tag &tag) {
     return tag.rec.attr == ARRAY || tag.rec.attr == ARRAY2 || tag.rec.attr == ARRAY3;
@@ -29,14 +31,8 @@ bool is_numeric_array(const Tag &tag) {
 
 // Response bytes of one element: its word count, twice.
 std::size_t value_bytes(const Tag &tag) {
-    switch (tag.rec.bits) {
-    case 1:
-    case 16: return 2;
-    case 32: return 4;
-    case 64: return 8;
-    case 8: return 16;  // the read path asks for 8 words for an 8-bit element
-    default: return 2 * (tag.element_bytes / 2 + 1);  // a string chunk: element_size / 2 + 1 words
-    }
+    if (tag.rec.bits == 0) return 2 * std::size_t{format::string_chunk_words(tag.element_bytes)};
+    return 2 * std::size_t{format::words_per_element(tag.rec.bits)};
 }
 
 // Register address and count of elements [first, first + count) in the read
@@ -57,7 +53,10 @@ void units(const Tag &tag, uint32_t first, uint32_t count, uint32_t &addr, uint3
 ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, const ReadLimits &limits) {
     ReadPlan plan;
     std::vector<ReadPart> batch;
-    std::size_t names = 0, resolve = kResolveOverhead, values = kValueOverhead;
+    // Bytes of the request frames and of the two replies: every one must fit
+    // the driver's 4096-byte areas (the resolve reply with each item's
+    // extensions, which the driver's own bound of 24 bytes per item leaves out).
+    std::size_t names = 0, resolve = kResolveOverhead, values = kValueOverhead, items = wire::kItemStart;
     auto location = [&] { return kLocationOverhead + kLocationEntry * names; };
     auto close_batch = [&] {
         if (!batch.empty()) plan.batches.push_back(std::move(batch));
@@ -65,6 +64,7 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
         names = 0;
         resolve = kResolveOverhead;
         values = kValueOverhead;
+        items = wire::kItemStart;
     };
 
     for (std::size_t s = 0; s < selections.size(); ++s) {
@@ -75,6 +75,7 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
             return plan;
         }
         const std::size_t per_value = value_bytes(tag);
+        const std::size_t per_item = wire::item_bytes(format::name_subscripts(tag.rec));
         plan.buffer_bytes.push_back(std::size_t{sel.count} * tag.element_bytes);
         uint32_t e = sel.first;
         const uint32_t end = sel.first + sel.count;
@@ -88,11 +89,13 @@ ReadPlan plan_reads(const TagSet &tags, std::span<const Selection> selections, c
             while (e + count < end) {
                 const std::size_t name = read_name_cost(tag, e + count);
                 if (names + 1 > limits.max_names || resolve + name > limits.frame_bytes ||
-                    location() + kLocationEntry > limits.frame_bytes || values + per_value > limits.frame_bytes)
+                    location() + kLocationEntry > limits.frame_bytes || values + per_value > limits.frame_bytes ||
+                    items + per_item > limits.frame_bytes)
                     break;
                 ++names;
                 resolve += name;
                 values += per_value;
+                items += per_item;
                 ++count;
             }
             if (count == 0) {
@@ -137,8 +140,7 @@ WritePlan plan_write(const TagSet &tags, const Selection &target, std::span<cons
             // A text shorter than its element ends with a terminator, so that
             // nothing of an earlier, longer text remains visible.
             std::vector<uint8_t> text = values[i];
-            if (text.size() < es) text.push_back(0);
-            if (tag.type->kind == ValueKind::WideText && text.size() < es) text.push_back(0);
+            for (uint32_t t = 0; t < format::terminator_bytes(tag.rec.type) && text.size() < es; ++t) text.push_back(0);
             const uint32_t base = (first + i) * es;
             for (std::size_t off = 0; off < text.size(); off += kMaxTextChunk) {
                 const std::size_t n = std::min<std::size_t>(kMaxTextChunk, text.size() - off);
@@ -172,7 +174,7 @@ WritePlan plan_write(const TagSet &tags, const Selection &target, std::span<cons
     }
     // Runs of elements whose resolve request (one name per element) and word
     // write fit the write path's buffers and one-byte counts.
-    const uint32_t words = std::max<uint32_t>(1, width / 2);
+    const uint32_t words = format::words_per_element(tag.rec.bits);
     uint32_t i = 0;
     while (i < count) {
         std::size_t resolve = kResolveOverhead;

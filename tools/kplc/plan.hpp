@@ -15,13 +15,14 @@
 #include <vector>
 
 #include "format/frame_limits.hpp"
+#include "format/tag_limits.hpp"
 #include "tag_set.hpp"
 
 namespace kplc::cli {
 
 struct ReadLimits {
-    std::size_t max_requests = 8;  // per batch: what the driver announces to the runtime
-    std::size_t max_names = 120;   // per batch: keeps the resolve response within 4096 bytes
+    std::size_t max_requests = format::kAnnouncedReadRequests;  // per batch: what the driver announces
+    std::size_t max_names = format::kMaxReadNames;  // per batch: the resolve reply fits one receive
     std::size_t frame_bytes = proto::kReceiveArea;
 };
 

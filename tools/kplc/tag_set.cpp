@@ -2,7 +2,7 @@
 
 #include "text.hpp"
 
-#include "format/tag_lines.hpp"
+#include "format/tag.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -11,9 +11,7 @@
 namespace kplc::cli {
 namespace {
 
-// Arrays larger than this are not addressable through one tool invocation; the
-// bound also keeps every byte offset of the runtime's requests within 32 bits.
-constexpr uint64_t kMaxElements = 1u << 20;
+using format::kMaxArrayElements;
 
 std::string_view trim(std::string_view s) {
     while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
@@ -40,28 +38,17 @@ std::string normalised(std::string_view s) {
 
 std::optional<Shape> shape_of(const kplc_tag_str &r, bool string_shape) {
     Shape shape;
-    if (string_shape) {
-        // The driver names string elements by which upper bounds are non-zero.
-        shape.dims = r.ar2_max != 0 ? 3 : r.ar1_max != 0 ? 2 : r.ar_max != 0 ? 1 : 0;
-    } else {
-        switch (r.attr) {
-        case ARRAY: shape.dims = 1; break;
-        case ARRAY2: shape.dims = 2; break;
-        case ARRAY3: shape.dims = 3; break;
-        default: shape.dims = 0; break;
-        }
-    }
-    const std::array<uint32_t, 3> lo{r.ar_min, r.ar1_min, r.ar2_min};
-    const std::array<uint32_t, 3> hi{r.ar_max, r.ar1_max, r.ar2_max};
+    shape.dims = string_shape ? format::string_dimensions(r) : format::shape_dimensions(r.attr);
+    const auto bounds = format::bounds(r);
     uint64_t elements = 1;
     for (unsigned d = 0; d < shape.dims; ++d) {
         // Bounds were read with %d: the stored words are two's complement.
-        shape.lo[d] = static_cast<int32_t>(lo[d]);
-        shape.hi[d] = static_cast<int32_t>(hi[d]);
+        shape.lo[d] = static_cast<int32_t>(bounds[d].min);
+        shape.hi[d] = static_cast<int32_t>(bounds[d].max);
         if (shape.hi[d] < shape.lo[d]) return std::nullopt;
         const uint64_t size = static_cast<uint64_t>(static_cast<int64_t>(shape.hi[d]) - shape.lo[d] + 1);
         elements *= size;
-        if (elements > kMaxElements) return std::nullopt;
+        if (elements > kMaxArrayElements) return std::nullopt;
         shape.size[d] = static_cast<uint32_t>(size);
     }
     shape.elements = static_cast<uint32_t>(elements);
@@ -70,37 +57,17 @@ std::optional<Shape> shape_of(const kplc_tag_str &r, bool string_shape) {
 
 uint32_t element_bytes_of(const kplc_tag_str &r, const TypeInfo *type) {
     if (type == nullptr) return 0;
-    switch (r.bits) {
-    case 1:
-    case 8: return 1;
-    case 16: return 2;
-    case 32: return 4;
-    case 64: return 8;
-    case 0: break;
-    default: return 0;
-    }
+    if (r.bits != 0) return format::value_bytes(r.bits);
     if (r.attr != STRING) return r.byte_len;  // a text type without a string shape: raw bytes
-    // byte_len counts the terminator: one byte, two for a wide string.
-    const uint32_t terminator = r.type == kTypeWString ? 2 : 1;
-    return r.byte_len > terminator ? r.byte_len - terminator : 0;
+    return format::string_element_size(r);
 }
 
-// Indices of element `e` in row-major order.
-std::array<int64_t, 3> indices_of(const Shape &s, uint32_t e) {
-    std::array<int64_t, 3> idx{};
-    switch (s.dims) {
-    case 1: idx[0] = s.lo[0] + static_cast<int64_t>(e); break;
-    case 2:
-        idx[0] = s.lo[0] + static_cast<int64_t>(e / s.size[1]);
-        idx[1] = s.lo[1] + static_cast<int64_t>(e % s.size[1]);
-        break;
-    case 3:
-        idx[0] = s.lo[0] + static_cast<int64_t>((e / s.size[2]) / s.size[1]);
-        idx[1] = s.lo[1] + static_cast<int64_t>((e / s.size[2]) % s.size[1]);
-        idx[2] = s.lo[2] + static_cast<int64_t>(e % s.size[2]);
-        break;
-    default: break;
-    }
+// Indices of element `e` in row-major order, as the driver names it.
+std::array<int32_t, 3> indices_of(const Tag &tag, uint32_t e) {
+    std::array<int32_t, 3> idx{};
+    if (!tag.shape) return idx;
+    if (const auto u = format::row_major_indices(tag.rec, tag.shape->dims, e))
+        for (unsigned d = 0; d < 3; ++d) idx[d] = static_cast<int32_t>((*u)[d]);
     return idx;
 }
 
@@ -222,7 +189,7 @@ Lookup TagSet::find(std::string_view query) const {
 
 std::string element_label(const Tag &tag, uint32_t e) {
     if (!tag.shape || tag.shape->dims == 0) return tag.label;
-    const auto idx = indices_of(*tag.shape, e);
+    const auto idx = indices_of(tag, e);
     std::string out = tag.label + "[";
     for (unsigned d = 0; d < tag.shape->dims; ++d) {
         if (d != 0) out += ",";
@@ -253,19 +220,9 @@ std::string type_text(const Tag &tag) {
 }
 
 uint32_t read_name_cost(const Tag &tag, uint32_t e) {
-    std::size_t chars = std::strlen(tag.rec.name);
-    const bool indexed = tag.is_string_shape() || tag.rec.attr == ARRAY || tag.rec.attr == ARRAY2 ||
-                         tag.rec.attr == ARRAY3;
-    if (indexed && tag.shape) {
-        // "[#i,#j,#k]" for the element, and "[#c]" for the character of a string.
-        const auto idx = indices_of(*tag.shape, e);
-        if (tag.shape->dims != 0) {
-            chars += 2;
-            for (unsigned d = 0; d < tag.shape->dims; ++d) chars += 1 + std::to_string(idx[d]).size() + (d != 0);
-        }
-        if (tag.is_string_shape()) chars += 4;
-    }
-    return static_cast<uint32_t>(2 + 2 * chars);
+    // A request starts at an element, so a string's first chunk names character 0.
+    const std::size_t chars = std::strlen(tag.rec.name) + (tag.shape ? format::suffix_chars(tag.rec, e).value_or(0) : 0);
+    return static_cast<uint32_t>(format::symbol_entry_bytes(chars));
 }
 
 }  // namespace kplc::cli

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "format/tag_limits.hpp"
 #include "signals.hpp"
 #include "text.hpp"
 
