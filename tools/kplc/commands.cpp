@@ -15,7 +15,6 @@
 #include "check.hpp"
 #include "format/tag_lines.hpp"
 #include "failure.hpp"
-#include "format/device_class.hpp"
 #include "json.hpp"
 #include "selection.hpp"
 #include "text.hpp"
