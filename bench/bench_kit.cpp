@@ -1,42 +1,10 @@
 #include "bench_kit.hpp"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-
-#include "support/instance.hpp"
-#include "state/process_state.hpp"
 
 namespace kplc::bench {
-
-Workdir::Workdir() {
-    std::string pattern = "/tmp/kplc-bench-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-    std::filesystem::create_directory(path_ + "/driver");
-    previous_ = std::filesystem::current_path().string();
-    std::filesystem::current_path(path_);
-}
-
-Workdir::~Workdir() {
-    std::error_code ec;
-    std::filesystem::current_path(previous_, ec);
-    std::filesystem::remove_all(path_, ec);
-}
-
-std::string Workdir::write_tag_file(uint32_t ip, int dev_index, const std::string &text) const {
-    char name[64];
-    std::snprintf(name, sizeof name, "./driver/PLC%08X_%d.csv", static_cast<unsigned>(ip), dev_index);
-    std::ofstream(name, std::ios::binary) << text;
-    return name;
-}
 
 std::string dint_tags(std::size_t count) {
     std::string text;
@@ -84,26 +52,6 @@ std::vector<kplc_tag_str> parse_table(const std::string &text) {
     }
     return table;
 }
-
-Driver::Driver(uint16_t tcp_port, uint16_t timeout_s) {
-    port.prop._sizeExtra = static_cast<U16>(sizeof port.extra);
-    port.prop._baud = kLoopbackAddress;
-    port.prop._datBits = tcp_port;
-    port.prop._workMode = 0;  // TCP
-    port.prop._plcGlobalTimeout = timeout_s;
-    port.prop._protocalTimeout1 = 50;
-    drv = kplc_create();
-    if (drv == nullptr) throw std::runtime_error("kplc_create failed");
-    kplc_init(drv, &port.prop);
-}
-
-Driver::~Driver() {
-    if (kplc::state().link.up && socket() > 0) ::close(socket());
-    kplc::state().link.up = false;
-    std::free(drv);
-}
-
-int Driver::socket() const { return kplc::settings_of(drv)->serial_handle; }
 
 double percentile(std::vector<double> &samples, double p) {
     if (samples.empty()) return 0;

@@ -48,13 +48,13 @@ int main(int argc, char **argv) {
     else if (call != "write") fail("--call takes read1, read8, read64 or write");
     if (calls < 1) fail("--calls must be at least 1");
 
-    kplc::bench::Workdir dir;
+    kplc::harness::WorkFolder dir;
     const std::string text = kplc::bench::dint_tags(64);
-    dir.write_tag_file(kplc::bench::kLoopbackAddress, 0, text);
+    dir.write_tag_file(kplc::harness::kLoopback, 0, text);
     kplc::sim::Plc plc(text);
     kplc::sim::Server server(plc, kplc::sim::ServerOptions{});
     server.start();
-    kplc::bench::Driver driver(server.port(), 1);
+    kplc::harness::Instance driver(kplc::harness::kLoopback, server.port());
 
     std::vector<Reg> regs(tags == 0 ? 1 : tags);
     std::vector<std::array<uint8_t, 4>> values(regs.size());

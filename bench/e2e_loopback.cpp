@@ -131,7 +131,7 @@ public:
         sockaddr_in to{};
         to.sin_family = AF_INET;
         to.sin_port = htons(port);
-        to.sin_addr.s_addr = htonl(kplc::bench::kLoopbackAddress);
+        to.sin_addr.s_addr = htonl(kplc::harness::kLoopback);
         if (fd_ < 0 || ::connect(fd_, reinterpret_cast<const sockaddr *>(&to), sizeof to) != 0)
             fail("floor client cannot connect");
     }
@@ -318,9 +318,9 @@ Options parse(int argc, char **argv) {
 int main(int argc, char **argv) {
     const Options opt = parse(argc, argv);
 
-    kplc::bench::Workdir dir;
+    kplc::harness::WorkFolder dir;
     const std::string tags = kplc::bench::dint_tags(kTags);
-    dir.write_tag_file(kplc::bench::kLoopbackAddress, 0, tags);
+    dir.write_tag_file(kplc::harness::kLoopback, 0, tags);
     kplc::sim::Plc plc(tags);
     kplc::sim::ServerOptions server_options;
     server_options.listen = "127.0.0.1";
@@ -330,7 +330,7 @@ int main(int argc, char **argv) {
     // The planner needs the tag records the driver will load from the same file.
     std::vector<kplc_tag_str> table = kplc::bench::parse_table(tags);
 
-    kplc::bench::Driver driver(server.port(), 1);
+    kplc::harness::Instance driver(kplc::harness::kLoopback, server.port());
     RawClient client(server.port());
 
     std::array<uint8_t, 4> write_value{0x44, 0x33, 0x22, 0x11};
@@ -364,7 +364,7 @@ int main(int argc, char **argv) {
             // Warm-up: loads the tag tables and starts the link (its socket
             // is then the one the options apply to).
             if (n == 0) driver_write(); else driver_read();
-            set_nodelay(driver.socket(), nodelay);
+            set_nodelay(driver.settings()->serial_handle, nodelay);
             set_nodelay(client.fd(), nodelay);
 
             r.frames = n == 0 ? write_frames("V00000", write_value, client) : read_frames(batch, table, client);

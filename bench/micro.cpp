@@ -185,8 +185,8 @@ BENCHMARK(BM_ParseTagLine);
 // (100,000 x 568 bytes, first touched here) and the parse of every line.
 void BM_LoadTagFile(benchmark::State &state) {
     const auto lines = static_cast<std::size_t>(state.range(0));
-    kplc::bench::Workdir dir;
-    std::string name = dir.write_tag_file(kplc::bench::kLoopbackAddress, 0, kplc::bench::mixed_tags(lines));
+    kplc::harness::WorkFolder dir;
+    std::string name = dir.write_tag_file(kplc::harness::kLoopback, 0, kplc::bench::mixed_tags(lines));
     for (auto _ : state) {
         kplc_tag_str *table = nullptr;
         const u32 count = kplc_build_tagtable(&table, name.data());

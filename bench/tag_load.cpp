@@ -101,9 +101,9 @@ int main(int argc, char **argv) {
         return 2;
     }
 
-    kplc::bench::Workdir dir;
+    kplc::harness::WorkFolder dir;
     const std::string text = kplc::bench::mixed_tags(lines);
-    std::string name = dir.write_tag_file(kplc::bench::kLoopbackAddress, 0, text);
+    std::string name = dir.write_tag_file(kplc::harness::kLoopback, 0, text);
     if (fgets_lines(name.c_str()) != lines) {
         std::fprintf(stderr, "tag file not written\n");
         return 1;

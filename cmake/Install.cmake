@@ -1,7 +1,7 @@
 # Install rules: the shared library with its SONAME links, the public headers,
 # the tools, a CMake package (find_package(kplc) -> kplc::kplc) and kplc.pc.
 #
-# Components, which become the Debian packages (see Packaging.cmake):
+# Components, which the Debian packages follow (debian/*.install):
 #   runtime      libkplc.so.<version> and the libkplc.so.<major> link
 #   development  headers, the unversioned libkplc.so link, CMake package, kplc.pc
 #   tools        kplc and kplc-sim, their manual pages (man/*.1) and bash

@@ -30,8 +30,8 @@ local HEADER_LEN = 12
 local RESPONSE_DATA = 14
 
 local CMD = {
-    [0x0C2C] = "First catalogue request",
-    [0x0C25] = "Program catalogue request",
+    [0x0C2C] = "First catalogue",
+    [0x0C25] = "Program catalogue",
     [0x0C28] = "Symbol resolve",
     [0x1E09] = "Read by location",
     [0x1E01] = "Word write",

@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "harness/input.hpp"
-#include "harness/link.hpp"
-#include "harness/workspace.hpp"
+#include "input.hpp"
+#include "scripted_link.hpp"
+#include "workspace.hpp"
 #include "state/process_state.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -21,8 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::strcpy(st.link.catalogue[0].name, "Main");
     int rc;
     {
-        kplc::fuzz::ScriptedLink link(*ws.settings, in.replies());
-        rc = xplc_getlocalMSG(ws.settings);
+        kplc::fuzz::ScriptedLink link(*ws.settings(), in.replies());
+        rc = xplc_getlocalMSG(ws.settings());
         if (link.requests() > 2) std::abort();
     }
     if (rc != ER_OK && rc != ER_INVALID) std::abort();

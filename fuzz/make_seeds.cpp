@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "harness/link.hpp"
-#include "harness/workspace.hpp"
+#include "scripted_link.hpp"
+#include "workspace.hpp"
 #include "state/process_state.hpp"
 #include "plc.hpp"
 
@@ -73,7 +73,7 @@ std::vector<Bytes> recorded(kplc::sim::Plc &plc, Call call) {
     auto &ws = kplc::fuzz::workspace();
     std::vector<Bytes> replies;
     {
-        kplc::fuzz::ScriptedLink link(*ws.settings, [&](std::span<const uint8_t> request) {
+        kplc::fuzz::ScriptedLink link(*ws.settings(), [&](std::span<const uint8_t> request) {
             replies.push_back(plc.handle(request));
             return replies.back();
         });
@@ -122,7 +122,7 @@ void read_seeds(kplc::sim::Plc &plc) {
             ptrs[i] = &bufs[i];
         }
         const auto replies = recorded(plc, [&](kplc::fuzz::Workspace &ws) {
-            kplc_mulity_read(ws.drv, ws.port, regs.data(), static_cast<int>(regs.size()), ptrs.data());
+            kplc_mulity_read(ws.drv, &ws.port.prop, regs.data(), static_cast<int>(regs.size()), ptrs.data());
         });
         append_replies(input, replies);
         put("read_batch", seed.name, input);
@@ -176,14 +176,14 @@ void write_seeds(kplc::sim::Plc &plc) {
         Bytes value = seed.value;
         value.resize(value.size() + 9, 0);
         Reg r = reg(seed.id, seed.addr, static_cast<uint32_t>(seed.value.size()));
-        const auto replies = recorded(plc, [&](kplc::fuzz::Workspace &ws) { kplc_write(ws.drv, ws.port, &r, value.data()); });
+        const auto replies = recorded(plc, [&](kplc::fuzz::Workspace &ws) { kplc_write(ws.drv, &ws.port.prop, &r, value.data()); });
         append_replies(input, replies);
         put("write_reply", seed.name, input);
     }
 }
 
 void catalogue_seeds(kplc::sim::Plc &plc) {
-    const auto replies = recorded(plc, [](kplc::fuzz::Workspace &ws) { xplc_getlocalMSG(ws.settings); });
+    const auto replies = recorded(plc, [](kplc::fuzz::Workspace &ws) { xplc_getlocalMSG(ws.settings()); });
     Bytes input;
     append_replies(input, replies);
     put("catalogue", "simulator", input);

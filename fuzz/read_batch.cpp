@@ -16,9 +16,9 @@
 #include <memory>
 #include <vector>
 
-#include "harness/input.hpp"
-#include "harness/link.hpp"
-#include "harness/workspace.hpp"
+#include "input.hpp"
+#include "scripted_link.hpp"
+#include "workspace.hpp"
 
 namespace {
 
@@ -76,8 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     unsigned rc;
     {
-        kplc::fuzz::ScriptedLink link(*ws.settings, in.replies());
-        rc = kplc_mulity_read(ws.drv, ws.port, regs.p, static_cast<int>(n), ptrs.p);
+        kplc::fuzz::ScriptedLink link(*ws.settings(), in.replies());
+        rc = kplc_mulity_read(ws.drv, &ws.port.prop, regs.p, static_cast<int>(n), ptrs.p);
     }
 
     if (rc != ER_OK && rc != ER_TIMEOUT && rc != ER_INVALID) std::abort();

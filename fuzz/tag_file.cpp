@@ -14,18 +14,13 @@
 #include <string>
 
 #include "kplc/tags.h"
+#include "workspace.hpp"
 
 namespace {
 
 const std::string &file_name() {
     static const std::string name = [] {
-        // The loader's messages go to standard output; the fuzzer reports on
-        // standard error.
-        if (std::getenv("KPLC_FUZZ_VERBOSE") == nullptr) {
-            const int null = ::open("/dev/null", O_WRONLY);
-            if (null >= 0) ::dup2(null, STDOUT_FILENO);
-            if (null > STDOUT_FILENO) ::close(null);
-        }
+        kplc::fuzz::silence_output();  // the loader's messages
         // A memory-backed folder when there is one: the file is rewritten
         // for every input.
         std::string n = ::access("/dev/shm", W_OK) == 0 ? "/dev/shm/kplc-fuzz-tags-XXXXXX" : "/tmp/kplc-fuzz-tags-XXXXXX";

@@ -17,9 +17,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "harness/input.hpp"
-#include "harness/link.hpp"
-#include "harness/workspace.hpp"
+#include "input.hpp"
+#include "scripted_link.hpp"
+#include "workspace.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     auto &ws = kplc::fuzz::workspace();
@@ -39,8 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     unsigned rc;
     {
-        kplc::fuzz::ScriptedLink link(*ws.settings, in.replies());
-        rc = kplc_write(ws.drv, ws.port, &reg, value);
+        kplc::fuzz::ScriptedLink link(*ws.settings(), in.replies());
+        rc = kplc_write(ws.drv, &ws.port.prop, &reg, value);
     }
     std::free(value);
 

@@ -23,13 +23,21 @@ kplc_install_packages() {
         sudo=(sudo)
     fi
     export DEBIAN_FRONTEND=noninteractive
-    "${sudo[@]}" apt-get update -qq
+    # An index that cannot be fetched (a mirror in sync, a foreign
+    # architecture's) fails the update as a whole; the install below still
+    # finds what the other indexes offer, or says what it cannot.
+    "${sudo[@]}" apt-get update -qq || echo "apt-get update: some indexes could not be fetched" >&2
     "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
 # What building the driver, its tools and its tests needs, and checking the
 # packages (lintian, hardening-check from devscripts, libabigail's abidiff), and
-# the simulator's capture replay (libpcap; tcpdump to make captures in the tests).
+# the simulator's capture replay (libpcap; tcpdump to make captures in the tests),
+# and the Python package's install and tests (pip, setuptools, pytest, pytest-xdist),
+# and building the Debian packages (debhelper, dh-python: the rest of
+# debian/control's build dependencies is above; 50-package adds the cross ones).
 KPLC_BUILD_PACKAGES=(g++ cmake ninja-build make binutils libgtest-dev libgmock-dev libbenchmark-dev
     iproute2 procps g++-arm-linux-gnueabihf g++-aarch64-linux-gnu googletest qemu-user dpkg-dev pkg-config file tshark
-    clang-14 libclang-rt-14-dev valgrind lintian abigail-tools devscripts libpcap-dev tcpdump python3 openssl)
+    clang-14 libclang-rt-14-dev valgrind lintian abigail-tools devscripts libpcap-dev tcpdump python3 openssl
+    python3-pip python3-setuptools python3-wheel python3-pytest python3-pytest-xdist
+    debhelper dh-python pybuild-plugin-pyproject python3-all)

@@ -121,6 +121,11 @@ for proto in tcp udp; do
     done
 done
 
+# The Info column names each command once, then request or response.
+info=$(decode -r "$work/tcp-frames.pcapng" -T fields -e _ws.col.Info | head -n 2 | tr '\n' '|')
+[ "$info" = "First catalogue request seq=0|First catalogue response seq=0|" ] && ok ||
+    bad "Info column of the first catalogue exchange: $info"
+
 # --- 3. the heuristic: any port, no preference set ----------------------------
 # The session ran on ports the system chose; with both port preferences empty
 # every frame must still be found.

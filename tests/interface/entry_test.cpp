@@ -9,11 +9,11 @@
 #include "support/instance.hpp"
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace {
 
-using kplc::testkit::PortSettings;
+using kplc::harness::Port;
 
 struct InitCase {
     const char *what;
@@ -26,7 +26,7 @@ class InitFromPort : public ::testing::TestWithParam<InitCase> {};
 
 TEST_P(InitFromPort, CopiesThePortSettingsIntoTheInstance) {
     const InitCase &c = GetParam();
-    PortSettings port;
+    Port port;
     port.prop._workMode = c.work_mode, port.prop._sizeExtra = c.size_extra, port.prop._baud = 0xC0A8000A;
     port.prop._datBits = c.port, port.prop._plcGlobalTimeout = 7, port.prop._protocalTimeout1 = 250;
 
@@ -58,7 +58,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, InitFromPort, ::testing::Values(
 
 TEST(Init, EmptiesBothRegistriesAndResetsTheWriteCounter) {
     auto &st = kplc::state();
-    PortSettings port;
+    Port port;
     void *drv = kplc_create();
     kplc_init(drv, &port.prop);
     static kplc_tag_str table[1];

@@ -8,11 +8,12 @@
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace {
 
 using namespace kplc::testkit;
+using namespace kplc::harness;
 
 struct Program { uint32_t id; std::string name; bool operator==(const Program &) const = default; };
 

@@ -7,11 +7,12 @@
 
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace {
 
 using namespace kplc::testkit;
+using namespace kplc::harness;
 
 constexpr unsigned kOk = ER_OK, kTimeout = ER_TIMEOUT, kInvalid = ER_INVALID, kUntouched = 0x55;
 
@@ -43,7 +44,7 @@ class Reads : public ::testing::TestWithParam<Case> {};
 
 TEST_P(Reads, SendExactlyTheseRequests) {
     const Case &c = GetParam();
-    ScopedWorkdir dir;
+    WorkFolder dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc;
     Instance inst(FakePlc::kLoopback, plc.port());
@@ -127,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(Wire, Reads, ::testing::Values(
     [](const auto &info) { return std::string(info.param.what); });
 
 TEST(Reads, ABatchOver256RequestsIsRefusedWithoutTraffic) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc;
     Instance inst(FakePlc::kLoopback, plc.port());

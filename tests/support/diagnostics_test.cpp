@@ -10,7 +10,7 @@
 
 #include "kplc/support.h"
 #include "kplc/transport.h"
-#include "testkit/workdir.hpp"
+#include "harness/work_folder.hpp"
 
 namespace {
 
@@ -42,7 +42,7 @@ TEST(Diagnostics, DumpsPrintTheirLayout) {
 }
 
 TEST(Diagnostics, LogAppendsAsFormattedAndCutsLongMessages) {
-    kplc::testkit::ScopedWorkdir dir;
+    kplc::harness::WorkFolder dir;
     char name[] = "driver.log", cut[] = "cut.log", unopenable[] = "no/such/folder.log";
     zel_log(name, "value=%d ", 42);
     zel_log(name, "%s|", "next");
@@ -54,7 +54,7 @@ TEST(Diagnostics, LogAppendsAsFormattedAndCutsLongMessages) {
 }
 
 TEST(RawFiles, WriteAndReadByteRangesInPlace) {
-    kplc::testkit::ScopedWorkdir dir;
+    kplc::harness::WorkFolder dir;
     char name[] = "raw.bin", buf[16] = {};
     EXPECT_EQ(Write_File(name, "hello world", 0, 11), 11);
     EXPECT_EQ(Write_File(name, "W", 6, 1), 1);   // not truncated: the rest stays

@@ -7,11 +7,11 @@
 
 #include "kplc/support.h"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/work_folder.hpp"
 
 namespace {
 
-using kplc::testkit::ScopedWorkdir;
+using kplc::harness::WorkFolder;
 
 std::string pattern(std::size_t n) {
     const auto b = kplc::testkit::pattern(n, 3);
@@ -22,7 +22,7 @@ struct DigestCase { const char *what; std::string contents; const char *want; };
 class FileDigest : public ::testing::TestWithParam<DigestCase> {};
 
 TEST_P(FileDigest, MatchesTheReferenceDigest) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     std::ofstream("data.bin", std::ios::binary) << GetParam().contents;
     char name[] = "data.bin", sum[40];
     std::fill(std::begin(sum), std::end(sum), 'X');
@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(Vectors, FileDigest,
     [](const auto &info) { return std::string(info.param.what); });
 
 TEST(CalcFileMD5, QuotedNameLosesItsQuotesAndStaysUntouched) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     std::ofstream("q.bin") << "abc";
     char name[] = "\"q.bin\"", sum[33] = {};
     ASSERT_EQ(CalcFileMD5(name, sum), 1);
@@ -53,7 +53,7 @@ TEST(CalcFileMD5, QuotedNameLosesItsQuotesAndStaysUntouched) {
 }
 
 TEST(CalcFileMD5, RefusalsPrintWhyAndLeaveTheSumAlone) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     std::ofstream("big.bin").put('\0');
     ASSERT_EQ(truncate("big.bin", int64_t{1} << 31), 0);  // 2 GiB, sparse: never read
     const struct { std::string name; const char *want; } cases[] = {{"missing.bin", "Can not open this file!\n"}, {"\"", "Can not open this file!\n"},

@@ -11,11 +11,11 @@
 
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace {
 
-using kplc::testkit::ScopedWorkdir;
+using kplc::harness::WorkFolder;
 
 constexpr uint32_t kIp = 0x7F000001;
 
@@ -42,7 +42,7 @@ TEST(LoadTagFile, OneRecordPerChunkEndingInALineFeed) {
         {"", {}},
         {"1,A,INT,,2,,,-1", {}},
     };
-    ScopedWorkdir dir;
+    WorkFolder dir;
     for (const auto &[contents, names] : cases) {
         const Loaded t(dir.write_tag_file(kIp, 0, contents));
         ASSERT_EQ(t.count, names.size()) << contents;
@@ -55,7 +55,7 @@ TEST(LoadTagFile, OneRecordPerChunkEndingInALineFeed) {
 }
 
 TEST(LoadTagFile, MissingFileReportsOnEveryAttempt) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     const std::regex message(R"(\[PLC\] open \./driver/PLC7F000001_3\.csv file failed, at line: \d+\r\n)");
     for (int attempt = 0; attempt < 2; ++attempt) {
         ::testing::internal::CaptureStdout();
@@ -68,9 +68,9 @@ TEST(LoadTagFile, MissingFileReportsOnEveryAttempt) {
 // Both sides name the file from the same PLC address and device index; the
 // write side gets the address from the instance's TCP parameters.
 TEST(TagFileName, ReadAndWriteSidesAgree) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     for (const uint32_t ip : {kIp, 0x0A000002u, 0xFFFFFFFFu}) {
-        kplc::testkit::Instance inst(ip, 9600);
+        kplc::harness::Instance inst(ip, 9600);
         auto *tcp = reinterpret_cast<PLC_SERIAL_INIT_PARAMETERS *>(kplc::state().link.endpoint);
         for (const uint16_t dev : {0, 7, 65535}) {
             Reg reg{};

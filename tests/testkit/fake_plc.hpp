@@ -22,6 +22,8 @@
 #include <utility>
 #include <vector>
 
+#include "harness/work_folder.hpp"
+
 namespace kplc::testkit {
 
 using Bytes = std::vector<uint8_t>;
@@ -35,7 +37,7 @@ std::string to_hex(std::span<const uint8_t> bytes);
 class FakePlc {
 public:
     enum class Transport { Tcp, Udp };
-    static constexpr uint32_t kLoopback = 0x7F000001;  // 127.0.0.1
+    static constexpr uint32_t kLoopback = harness::kLoopback;
 
     // With `tags`, the simulated PLC serving that tag file answers every
     // request once the script is used up; without, nothing does.

@@ -184,7 +184,7 @@ TEST(CliPlan, SplitsLongReadsIntoBatchesTheDriverAccepts) {
 
 TEST(CliOptions, AcceptsOptionsAnywhereAndRefusesUnusableLines) {
     const std::vector<std::string> good = {"--tags", "t.csv", "read", "--port", "5020", "Counter", "--plc=127.0.0.9",
-                                           "-q", "--json", "-f", "-", "--timeout", "0", "--udp"};
+                                           "-q", "--json", "-f", "-", "--timeout", "1", "--udp"};
     const ParsedOptions p = parse_options(std::vector<std::string_view>(good.begin(), good.end()));
     ASSERT_EQ(p.error, "");
     EXPECT_EQ(p.options.args, std::vector<std::string>{"Counter"});
@@ -201,6 +201,7 @@ TEST(CliOptions, AcceptsOptionsAnywhereAndRefusesUnusableLines) {
         {{"--tags", "t", "--port", "1", "--install-tags", "read", "X"}, "--install-tags needs"},
         {{"check"}, "check takes one tag file"},
         {{"--tags", "t", "-f"}, "-f needs"},
+        {{"--tags", "t", "--port", "1", "--timeout", "0", "read", "X"}, "(1-65535)"},  // 0 would not wait for replies
     };
     for (const auto &[args, message] : bad)
         EXPECT_THAT(parse_options(std::vector<std::string_view>(args.begin(), args.end())).error, HasSubstr(message))
@@ -261,7 +262,8 @@ TEST(CliFailure, TellsTheCauseFromTheRelayedTraffic) {
 
 TEST(CliCheck, ReportsEachProblemWithItsLine) {
     const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
-        {kTags, {"11: cannot be written: the driver has no writer for WSTRING", "13: cannot be written", "14: cannot be written",
+        // Tags that can only be read are notes, not faults.
+        {kTags, {"11: note: read only: the driver has no writer for WSTRING", "13: note: read only", "14: note: read only",
                  "19: cannot be read: strings of more than 509 bytes"}},
         {"id,name,type\n1,A,INT,,2,,,-1\n", {"1: a header line"}},
         {"1,A,INT,,2,,,-1\n\n3,B,INT,,2,,,-1\n", {"2: blank line"}},
@@ -273,11 +275,23 @@ TEST(CliCheck, ReportsEachProblemWithItsLine) {
         {"1,A,INT,[3..1],2,,,-1\n2,B,INT,[1-3],2,,,-1\n", {"1: reversed bounds [3..1]", "2: bad bounds '[1-3]'"}},
         {"1,A,SINT,,1,,,-1\n2,S,STRING,,600,,,-1\n",
          {"1: cannot be read: the driver does not read 8-bit types", "1: cannot be written", "2: cannot be read: strings of more than 509 bytes"}},
+        // Device and scope columns the driver reads otherwise than the line says.
+        {"1,A,INT,,2,,XX100,-1\n2,B,INT,,2,,DM,-1\n3,C,INT,,2,,DMabc,-1\n4,D,INT,,2,,DM-5,-1\n5,E,INT,,2,,DM99999999999,-1\n"
+         "6,F,INT,,2,,XDM1,-1\n7,G,INT,,2,,,xyz\n8,H,INT,,2,,,\n9,I,INT,,2,,\n10,J,INT,,2,,,-5\n11,K,INT,,2,,,4\n",
+         {"1: device 'XX100' names no device area", "2: device 'DM' is shorter than 3", "3: device 'DMabc' has no device number",
+          "4: device 'DM-5' has no device number", "5: device 'DM99999999999': the number", "6: device 'XDM1': 'XDM' is no device area",
+          "7: scope 'xyz' is not a number", "8: empty scope column", "9: no scope column", "10: scope -5 is neither",
+          "11: scope 4 makes the tag local to a program, but its name has no program prefix"}},
+        // Quotes hold only what the driver reads (the last piece of a long line, up to a NUL), cut short.
+        {"1," + std::string(400, 'x') + ",INT,,2,,,-1\n" + std::string("2,Ab\0cd,INT,,2,,,-1\n", 20),
+         {"1: the line is 415 characters long", "1: column 1 '" + std::string(40, 'x') + "'... (147 characters) is not",
+          "1: unknown type ''", "2: a NUL byte at character 5", "2: no type column"}},
         {"1,Axis[2,3],REAL,,4,,,-1\n1000,B,BOOL,,1,,MR5,-1\n", {}},
     };
     for (const auto &[file, expected] : cases) {
         std::vector<std::string> got;
-        for (const Problem &p : check_tag_file(file, kplc_pase_str)) got.push_back(std::to_string(p.line) + ": " + p.text);
+        for (const Problem &p : check_tag_file(file, kplc_pase_str))
+            got.push_back(std::to_string(p.line) + ": " + (p.note ? "note: " : "") + p.text);
         ASSERT_EQ(got.size(), expected.size()) << ::testing::PrintToString(got);
         for (std::size_t i = 0; i < got.size(); ++i) EXPECT_THAT(got[i], HasSubstr(expected[i]));
     }

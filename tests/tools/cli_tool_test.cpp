@@ -162,12 +162,21 @@ TEST_F(CliTool, AWriteBatchIsCheckedWholeAndNothingIsSentOnAnyProblem) {
 }
 
 TEST_F(CliTool, CtrlCEndsAWaitWithinASecondAndRemovesTheTemporaryFolder) {
-    const pid_t pid = start({"--timeout", "30", "read", "Counter"}, start_sim({"--silent"}));
-    std::this_thread::sleep_for(500ms);
-    EXPECT_FALSE(fs::is_empty(dir_ / "tmp"));
-    kill(pid, SIGINT);
-    EXPECT_EQ(wait_for(pid, 1s), 130);
-    EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
+    const int silent = start_sim({"--silent"});
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"read", "Counter"}, {"write", "Counter=1", "Speed=2"}}) {
+        std::vector<std::string> args = {"--timeout", "30"};
+        args.insert(args.end(), command.begin(), command.end());
+        const pid_t pid = start(args, silent);
+        std::this_thread::sleep_for(500ms);
+        EXPECT_FALSE(fs::is_empty(dir_ / "tmp"));
+        kill(pid, SIGINT);
+        EXPECT_EQ(wait_for(pid, 1s), 130);
+        EXPECT_TRUE(fs::is_empty(dir_ / "tmp"));
+        if (command[0] == "write") {  // nobody can tell whether the PLC took the value
+            EXPECT_THAT(slurp(dir_ / "err"), HasSubstr("written: none; unknown: Counter (the PLC has not answered yet); "
+                                                       "not written: Speed"));
+        }
+    }
 }
 
 TEST_F(CliTool, WatchSaysLinkLostAndBackOnceAndEndsWhenItsReaderGoes) {
@@ -209,6 +218,50 @@ TEST_F(CliTool, LeavesThePanelsTagFileAloneUnlessToldAndChecksFiles) {
     EXPECT_THAT(check.out, HasSubstr("bad.csv:1: a header line"));
     EXPECT_THAT(check.out, HasSubstr("bad.csv:2: unknown type 'dint'"));
     EXPECT_THAT(kplc({"list"}).out, ::testing::ContainsRegex("\n22 +Note +WSTRING\\(20\\) +- +- +r- +global\n"));
+    EXPECT_EQ(kplc({"check", kDemo}).status, 0);  // Note, read only, is a note
+
+    // Each file named on the command line, said for what it is.
+    std::ofstream(dir_ / "last.csv") << "1,A,INT,,2,,,-1\n2,Pressure,REAL,,4,,,-1";
+    const struct { std::vector<std::string> args; int status; std::string message; } files[] = {
+        {{"check", dir_.string()}, 3, "tag file '" + dir_.string() + "' is a directory"},
+        {{"read", "-f", "/nonexistent"}, 2, "cannot read names file '/nonexistent'"},
+        {{"--tags", (dir_ / "last.csv").string(), "read", "Pressure"}, 3, "hint: 'Pressure' is on the last line of"},
+    };
+    for (const auto &f : files) {
+        const Result r = kplc(f.args);
+        EXPECT_EQ(r.status, f.status) << f.message;
+        EXPECT_THAT(r.err, HasSubstr(f.message));
+    }
+}
+
+TEST_F(CliTool, TheSimulatorKeepsEveryFileItWasNotToldToReplace) {
+    std::ofstream(dir_ / "precious.pcap") << "keep";
+    const std::string precious = (dir_ / "precious.pcap").string(), state = (dir_ / "s.state").string();
+    const struct { std::vector<std::string> args; std::string message; } refused[] = {
+        {{"--record", precious}, "exists; record into another file, or add --overwrite"},
+        {{"--record", kDemo, "--overwrite"}, "is the --tags file"},
+        {{"--state", "/nonexistent/dir/x.state"}, "cannot save in /nonexistent/dir"},
+        {{"--state", kDemo}, "is the --tags file"},
+        {{"--bogus"}, "unknown option --bogus\nTry 'kplc-sim --help'.\n"},  // one line and a hint, no usage
+    };
+    for (const auto &r : refused) {
+        std::vector<std::string> argv = {kSim, "--tags", kDemo};
+        argv.insert(argv.end(), r.args.begin(), r.args.end());
+        EXPECT_NE(wait_for(spawn(argv, dir_ / "out", dir_ / "err")), 0) << r.message;
+        const std::string err = slurp(dir_ / "err");
+        EXPECT_THAT(err, HasSubstr(r.message));
+        EXPECT_LE(std::count(err.begin(), err.end(), '\n'), 2) << err;
+    }
+    EXPECT_EQ(slurp(precious), "keep");
+    // The state outlives every way the simulator is stopped.
+    for (const int sig : {SIGINT, SIGTERM, SIGHUP}) {
+        const int port = start_sim({"--state", state});
+        ASSERT_EQ(kplc({"write", "Counter=" + std::to_string(sig)}, port).status, 0);
+        kill(sims_.back(), sig);
+        EXPECT_EQ(wait_for(sims_.back(), 5s), 0);
+        sims_.pop_back();
+        EXPECT_EQ(kplc({"read", "Counter"}, start_sim({"--state", state})).out, "Counter = " + std::to_string(sig) + "\n");
+    }
 }
 
 }  // namespace

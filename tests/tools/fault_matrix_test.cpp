@@ -21,11 +21,12 @@
 #include "kplc/kplc.h"
 #include "testkit/alloc_counter.hpp"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace {
 
 using namespace kplc::testkit;
+using namespace kplc::harness;
 
 constexpr const char *kTags =
     "1,Count,DINT,,4,,DM100,-1\n2,Speed,INT,,2,,,-1\n3,Title,STRING,,20,,,-1\n4,Main.Step,UINT,,2,,,0\n"
@@ -107,7 +108,7 @@ class FaultMatrix : public ::testing::TestWithParam<FaultRow> {};
 
 TEST_P(FaultMatrix, CallsFailAsDocumentedWriteNothingOutsideAndRecover) {
     const FaultRow &row = GetParam();
-    ScopedWorkdir dir;
+    WorkFolder dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     for (const bool write : {false, true}) {
         SCOPED_TRACE(write ? "write" : "read");
@@ -174,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(All, FaultMatrix,
 TEST(Soak, DISABLED_ManyCallsWithFaultsLeaveDescriptorsAndHeapAsTheyWere) {
     const char *env = std::getenv("KPLC_SOAK_REQUESTS");
     const std::size_t total = env != nullptr ? std::strtoul(env, nullptr, 10) : 2000;
-    ScopedWorkdir dir;
+    WorkFolder dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc(FakePlc::Transport::Tcp, kTags);
     Instance inst(FakePlc::kLoopback, plc.port());

@@ -10,12 +10,13 @@
 #include "kplc/kplc.h"
 #include "testkit/alloc_counter.hpp"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 #include "transport/syscall_probe.hpp"
 
 namespace {
 
 using namespace kplc::testkit;
+using namespace kplc::harness;
 
 constexpr const char *kTags =
     "1,Count,DINT,,4,,DM100,-1\n2,Levels,INT,[0..9],20,,EM200,-1\n3,Grid,DINT,[0..2_1..3],36,,,-1\n"
@@ -30,7 +31,7 @@ struct Call {
 };
 
 TEST(RequestCost, CallsAreTheirExchangesOnly) {
-    ScopedWorkdir dir;
+    WorkFolder dir;
     dir.write_tag_file(FakePlc::kLoopback, 0, kTags);
     FakePlc plc(FakePlc::Transport::Tcp, kTags);  // the simulated PLC answers everything
     Instance inst(FakePlc::kLoopback, plc.port());

@@ -18,11 +18,12 @@
 
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace {
 
 using namespace kplc::testkit;
+using namespace kplc::harness;
 
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 

@@ -12,7 +12,7 @@
 #include "state/process_state.hpp"
 #include "kplc/kplc.h"
 #include "testkit/fake_plc.hpp"
-#include "testkit/workdir.hpp"
+#include "harness/instance.hpp"
 
 namespace kplc {
 namespace {
@@ -65,7 +65,7 @@ protected:
         dir.write_tag_file(FakePlc::kLoopback, 0, tags);
         instance.emplace(FakePlc::kLoopback, plc.port(), 1);
     }
-    void TearDown() override { kplc::testkit::release_tag_tables(); }
+    void TearDown() override { kplc::harness::release_tag_tables(); }
     unsigned write(uint16_t tag, uint32_t addr, uint32_t nums, void *value, uint16_t dev_index = 0) {
         Reg reg{};
         reg.regId = tag, reg.regAddr = addr, reg.regNums = nums, reg._devIndex = dev_index;
@@ -77,9 +77,9 @@ protected:
         return out;
     }
 
-    testkit::ScopedWorkdir dir;
+    harness::WorkFolder dir;
     FakePlc plc;
-    std::optional<testkit::Instance> instance;
+    std::optional<harness::Instance> instance;
 };
 
 struct Case {

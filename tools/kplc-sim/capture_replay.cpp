@@ -398,6 +398,60 @@ std::size_t distance(std::span<const uint8_t> a, std::span<const uint8_t> b) {
     return d;
 }
 
+// Logs a live request that equals no recorded one, beside the nearest
+// recorded request of the same command with the bytes that differ: bytes that
+// differ between a read and a resolve would say nothing.
+void report_mismatch(std::size_t live, std::span<const uint8_t> request, const std::vector<Exchange> &all,
+                     std::size_t cursor) {
+    const uint16_t command = wire::command_of(request).value_or(0);
+    const auto command_of = [](const Exchange &e) { return wire::command_of(e.request).value_or(0); };
+    std::optional<std::size_t> best;
+    std::size_t best_distance = SIZE_MAX;
+    for (std::size_t k = 0; k < all.size(); ++k) {
+        // From the cursor on first, so that a tie goes to the exchange due next.
+        const std::size_t i = (cursor + k) % all.size();
+        if (command_of(all[i]) != command) continue;
+        const std::size_t dist = distance(all[i].request, request);
+        if (dist < best_distance) {
+            best = i;
+            best_distance = dist;
+        }
+    }
+    if (!best) {
+        std::fprintf(stderr,
+                     "kplc-sim: replay: request %zu (%s, %zu bytes) matches no recorded request; the capture holds no "
+                     "%s request\n",
+                     live, command_name(command), request.size(), command_name(command));
+        return;
+    }
+    const Exchange &near = all[*best];
+    std::fprintf(stderr,
+                 "kplc-sim: replay: request %zu (%s, %zu bytes) matches no recorded request; nearest %s request is "
+                 "recorded request %zu (%zu bytes), %zu byte%s\n",
+                 live, command_name(command), request.size(), command_name(command), near.number, near.request.size(),
+                 best_distance, best_distance == 1 ? " differs" : "s differ");
+    // The differing bytes, as runs of offsets.
+    const std::size_t common = std::min(near.request.size(), request.size());
+    for (std::size_t i = 0; i < common;) {
+        if (is_sequence_byte(i) || near.request[i] == request[i]) {
+            ++i;
+            continue;
+        }
+        std::size_t end = i;
+        while (end < common && end != wire::kSequenceOffset && near.request[end] != request[end]) ++end;
+        std::fprintf(stderr, "kplc-sim: replay:   offset %zu: live %s, recorded %s\n", i,
+                     hex(request.subspan(i, end - i)).c_str(),
+                     hex(std::span<const uint8_t>(near.request).subspan(i, end - i)).c_str());
+        i = end;
+    }
+    if (near.request.size() != request.size()) {
+        const bool live_longer = request.size() > near.request.size();
+        const auto &longer = live_longer ? request : std::span<const uint8_t>(near.request);
+        std::fprintf(stderr, "kplc-sim: replay:   offset %zu: only the %s request goes on: %s\n", common,
+                     live_longer ? "live" : "recorded", hex(longer.subspan(common)).c_str());
+    }
+}
+
 }  // namespace
 
 std::optional<Answer> Replay::respond(std::span<const uint8_t> request) {
@@ -420,44 +474,7 @@ std::optional<Answer> Replay::respond(std::span<const uint8_t> request) {
 
     if (!pick) {
         ++d.mismatched;
-        std::size_t best = 0;
-        std::size_t best_distance = SIZE_MAX;
-        for (std::size_t k = 0; k < all.size(); ++k) {
-            // From the cursor on first, so that a tie goes to the exchange due next.
-            const std::size_t i = (d.cursor + k) % all.size();
-            const std::size_t dist = distance(all[i].request, request);
-            if (dist < best_distance) {
-                best = i;
-                best_distance = dist;
-            }
-        }
-        const Exchange &near = all[best];
-        const uint16_t command = wire::command_of(request).value_or(0);
-        std::fprintf(stderr,
-                     "kplc-sim: replay: request %zu (%s, %zu bytes) matches no recorded request; nearest is recorded "
-                     "request %zu (%zu bytes), %zu byte%s\n",
-                     live, command_name(command), request.size(), near.number, near.request.size(), best_distance,
-                     best_distance == 1 ? " differs" : "s differ");
-        // The differing bytes, as runs of offsets.
-        const std::size_t common = std::min(near.request.size(), request.size());
-        for (std::size_t i = 0; i < common;) {
-            if (is_sequence_byte(i) || near.request[i] == request[i]) {
-                ++i;
-                continue;
-            }
-            std::size_t end = i;
-            while (end < common && end != wire::kSequenceOffset && near.request[end] != request[end]) ++end;
-            std::fprintf(stderr, "kplc-sim: replay:   offset %zu: live %s, recorded %s\n", i,
-                         hex(request.subspan(i, end - i)).c_str(),
-                         hex(std::span<const uint8_t>(near.request).subspan(i, end - i)).c_str());
-            i = end;
-        }
-        if (near.request.size() != request.size()) {
-            const bool live_longer = request.size() > near.request.size();
-            const auto &longer = live_longer ? request : std::span<const uint8_t>(near.request);
-            std::fprintf(stderr, "kplc-sim: replay:   offset %zu: only the %s request goes on: %s\n", common,
-                         live_longer ? "live" : "recorded", hex(longer.subspan(common)).c_str());
-        }
+        report_mismatch(live, request, all, d.cursor);
         std::fflush(stderr);
         switch (options_.on_mismatch) {
             case OnMismatch::Model: return std::nullopt;

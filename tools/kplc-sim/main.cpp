@@ -1,24 +1,29 @@
 // kplc-sim: a PLC simulator for the kplc driver.
 //
 //   kplc-sim --tags FILE [--listen ADDR] [--port N] [--udp] [--trace] [--quiet]
-//            [--state FILE] [--record CAPTURE]
+//            [--state FILE] [--record CAPTURE [--overwrite]]
 //            [--close-after N] [--delay-ms N] [--split] [--truncate N]
 //            [--garbage] [--silent] [--refuse]
 //   kplc-sim --replay CAPTURE [--on-mismatch close|silent|model] [--replay-timing]
-//            [--tags FILE] [--listen ADDR] [--port N] [--udp] [--record CAPTURE]
+//            [--tags FILE] [--listen ADDR] [--port N] [--udp] [--record CAPTURE [--overwrite]]
 //
 // It serves the variables of a tag file (all zero at start, or as --state left
 // them) and prints one line "kplc-sim listening on ADDR:PORT" on standard
-// output once it accepts requests, then runs until SIGINT or SIGTERM. Every
+// output once it accepts requests, then runs until SIGINT, SIGTERM or SIGHUP,
+// saving the --state file on each of them. Every
 // option takes its value as "--option VALUE" or "--option=VALUE". Connections
 // and malformed requests are logged on standard error, one line each.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -62,6 +67,7 @@ constexpr const char *kUsage =
     "  --port N           port to listen on (default 0: any free port)\n"
     "  --udp              serve datagrams instead of a TCP stream\n"
     "  --state FILE       load the memory from FILE at start (when it exists), save it there on exit\n"
+    "                     (SIGINT, SIGTERM or SIGHUP); its folder must be writable at start\n"
     "  --trace            print each request ('> ') and reply ('< ') in hex\n"
     "  --quiet            no log of connections and malformed requests\n"
     "  --version          print the version and exit\n"
@@ -70,7 +76,9 @@ constexpr const char *kUsage =
     "  --on-mismatch WHAT a request the capture does not hold: close (default), silent, or model\n"
     "                     (answer from --tags)\n"
     "  --replay-timing    keep the recorded time between each request and its reply\n"
-    "  --record CAPTURE   write every conversation served to CAPTURE (pcap)\n"
+    "  --record CAPTURE   write every conversation served to CAPTURE (pcap); a file that exists\n"
+    "                     is refused unless --overwrite is given\n"
+    "  --overwrite        let --record replace an existing file (never --tags, --replay or --state)\n"
     "misbehaviour:\n"
     "  --close-after N    close a connection after answering N requests (TCP)\n"
     "  --delay-ms N       wait N milliseconds before each reply\n"
@@ -96,6 +104,7 @@ struct Command {
     std::string replay;
     std::string record;
     bool quiet = false;
+    bool overwrite = false;
     kplc::sim::ReplayOptions replay_options;
     bool replay_option_given = false;
     kplc::sim::ServerOptions server;
@@ -126,7 +135,9 @@ void check_conflicts(const Command &cmd, const std::set<std::string> &given) {
             if (has(o)) throw std::invalid_argument(std::string(o) + " needs --replay");
         }
         if (cmd.tags.empty()) throw std::invalid_argument("--tags FILE is required (or --replay CAPTURE)");
-    } else {
+    }
+    if (has("--overwrite") && cmd.record.empty()) throw std::invalid_argument("--overwrite needs --record");
+    if (!cmd.replay.empty()) {
         for (const char *o : {"--delay-ms", "--split", "--truncate", "--garbage", "--silent", "--refuse", "--close-after"}) {
             if (has(o)) {
                 throw std::invalid_argument(std::string(o) + " and --replay contradict: the capture decides how the PLC answers");
@@ -180,6 +191,8 @@ Command parse(int argc, char **argv) {
             cmd.replay = value();
         } else if (arg == "--record") {
             cmd.record = value();
+        } else if (arg == "--overwrite") {
+            cmd.overwrite = true;
         } else if (arg == "--on-mismatch") {
             const std::string what = value();
             using kplc::sim::OnMismatch;
@@ -276,6 +289,56 @@ private:
     bool replied_ = true;
 };
 
+// Two names of one file (a link, "./x" and "x") have one device and inode.
+bool same_file(const std::string &a, const std::string &b) {
+    struct stat x{}, y{};
+    if (a.empty() || b.empty() || ::stat(a.c_str(), &x) != 0 || ::stat(b.c_str(), &y) != 0) return false;
+    return x.st_dev == y.st_dev && x.st_ino == y.st_ino;
+}
+
+// The files the simulator writes, checked before it serves: none of them is a
+// file it reads, --record replaces a file only with --overwrite, and the
+// --state file's folder takes files, so a session's values are not lost at
+// the end.
+void check_files(const Command &cmd) {
+    const std::pair<const char *, const std::string *> read[] = {{"--tags", &cmd.tags}, {"--replay", &cmd.replay}};
+    if (!cmd.record.empty()) {
+        for (const auto &[option, path] : read) {
+            if (same_file(cmd.record, *path)) {
+                throw std::runtime_error("--record " + cmd.record + " is the " + option + " file; record into another file");
+            }
+        }
+        if (same_file(cmd.record, cmd.state)) throw std::runtime_error("--record " + cmd.record + " is the --state file");
+        struct stat st{};
+        if (!cmd.overwrite && ::lstat(cmd.record.c_str(), &st) == 0) {
+            throw std::runtime_error("--record " + cmd.record + " exists; record into another file, or add --overwrite to replace it");
+        }
+    }
+    if (cmd.state.empty()) return;
+    for (const auto &[option, path] : read) {
+        if (same_file(cmd.state, *path)) {
+            throw std::runtime_error("--state " + cmd.state + " is the " + option + " file; the state is saved over it at exit");
+        }
+    }
+    const std::filesystem::path folder = std::filesystem::path(cmd.state).parent_path();
+    const std::string where = folder.empty() ? "." : folder.string();
+    if (::access(where.c_str(), W_OK | X_OK) != 0) {
+        throw std::runtime_error("--state " + cmd.state + ": cannot save in " + where + ": " + std::strerror(errno));
+    }
+    if (std::filesystem::is_directory(cmd.state)) throw std::runtime_error("--state " + cmd.state + " is a directory");
+}
+
+#ifdef KPLC_SIM_CAPTURE
+// In --on-mismatch model, the tag file's memory follows every request the
+// capture answered with status 0, so that a value written through a recorded
+// exchange reads back from the model too. Reads and resolves leave the memory
+// as it is, so every accepted request can go through.
+bool accepted(const kplc::sim::Answer &answer) {
+    return answer.kind == kplc::sim::Answer::Kind::Reply && answer.bytes.size() >= 14 && answer.bytes[10] == 0 &&
+           answer.bytes[11] == 0;
+}
+#endif
+
 void save_state(kplc::sim::Plc &plc, const std::string &path) {
     // Written beside the old file and renamed over it, so a crash while
     // saving never leaves half a state.
@@ -296,13 +359,14 @@ int main(int argc, char **argv) {
     try {
         cmd = parse(argc, argv);
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "kplc-sim: %s\n%s", e.what(), kUsage);
+        std::fprintf(stderr, "kplc-sim: %s\nTry 'kplc-sim --help'.\n", e.what());
         return 2;
     }
     try {
         auto plc = cmd.tags.empty() ? kplc::sim::Plc("") : kplc::sim::Plc::from_file(cmd.tags);
         for (const auto &w : plc.warnings()) std::fprintf(stderr, "kplc-sim: warning: %s\n", w.c_str());
         if (!cmd.tags.empty() && plc.tags().tags().empty()) throw std::runtime_error("no tag definitions in " + cmd.tags);
+        check_files(cmd);
         if (!cmd.state.empty() && std::filesystem::exists(cmd.state)) {
             std::ifstream in(cmd.state);
             try {
@@ -337,7 +401,14 @@ int main(int argc, char **argv) {
         Log log;
 
         kplc::sim::ServerHooks hooks;
-        if (replay) hooks.respond = [&replay](std::span<const uint8_t> request) { return replay->respond(request); };
+        const bool model = cmd.replay_options.on_mismatch == kplc::sim::OnMismatch::Model;
+        if (replay) {
+            hooks.respond = [&replay, &plc, model](std::span<const uint8_t> request) {
+                auto answer = replay->respond(request);
+                if (model && answer && accepted(*answer)) plc.handle(request);
+                return answer;
+            };
+        }
         hooks.tap = [&](const kplc::sim::Event &e) {
             if (recorder) recorder->tap(e);
             if (!cmd.quiet) log.tap(e);
@@ -350,6 +421,7 @@ int main(int argc, char **argv) {
         sigemptyset(&stop_signals);
         sigaddset(&stop_signals, SIGINT);
         sigaddset(&stop_signals, SIGTERM);
+        sigaddset(&stop_signals, SIGHUP);  // the terminal closed
         pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
         kplc::sim::Server server(plc, cmd.server, std::move(hooks));
@@ -366,7 +438,10 @@ int main(int argc, char **argv) {
                          replay->matched(), replay->mismatched());
         }
 #endif
-        if (!cmd.state.empty()) save_state(plc, cmd.state);
+        if (!cmd.state.empty()) {
+            save_state(plc, cmd.state);
+            if (!cmd.quiet) std::fprintf(stderr, "kplc-sim: state saved to %s\n", cmd.state.c_str());
+        }
         return 0;
     } catch (const std::exception &e) {
         std::fprintf(stderr, "kplc-sim: %s\n", e.what());

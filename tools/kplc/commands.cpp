@@ -13,8 +13,8 @@
 
 #include "capability.hpp"
 #include "check.hpp"
+#include "format/tag_lines.hpp"
 #include "failure.hpp"
-#include "format/device_class.hpp"
 #include "json.hpp"
 #include "selection.hpp"
 #include "text.hpp"
@@ -24,78 +24,6 @@ namespace kplc::cli {
 namespace {
 
 void error_line(const std::string &message) { std::fprintf(stderr, "kplc: %s\n", message.c_str()); }
-
-std::string plc_text(const Context &ctx) { return cat(ctx.opts.plc_text, ":", *ctx.opts.port); }
-
-struct Failure {
-    Exit status = kExitFailed;
-    std::string why;
-};
-
-// Starts the relay's record of one driver call. A PLC that closed the
-// connection since the last call is kept: it explains the next failure.
-void begin_call(Context &ctx) {
-    if (ctx.proxy == nullptr) return;
-    for (TrafficEvent &e : ctx.proxy->take())
-        if (e.kind == TrafficEvent::Kind::Closed) ctx.between.assign(1, std::move(e));
-}
-
-// Why the call that returned `rc` failed: from the relay's record when it
-// shows a cause, else in the driver's own terms.
-Failure explain(Context &ctx, unsigned rc) {
-    if (ctx.proxy != nullptr) {
-        std::vector<TrafficEvent> events = std::exchange(ctx.between, {});
-        for (TrafficEvent &e : ctx.proxy->take()) events.push_back(std::move(e));
-        const Diagnosis d = diagnose(events, plc_text(ctx), ctx.opts.timeout);
-        if (!d.message.empty()) return {d.status, d.message};
-    }
-    return {kExitFailed, cat(describe_result(rc), " (PLC ", plc_text(ctx), ")")};
-}
-
-bool link_failure(const Failure &f) { return f.status == kExitConnect || f.status == kExitNoAnswer; }
-
-struct ReadOutcome {
-    std::vector<std::vector<uint8_t>> buffers;      // per selection
-    std::vector<std::optional<Failure>> failures;   // per selection
-};
-
-// `show_driver`: pass on the driver's lines of a failed call (not while watch
-// already reported the link as lost).
-ReadOutcome read_selections(Context &ctx, const std::vector<Selection> &selections, const ReadPlan &plan,
-                            bool show_driver = true) {
-    ReadOutcome r;
-    r.failures.resize(selections.size());
-    for (std::size_t bytes : plan.buffer_bytes) r.buffers.emplace_back(bytes);
-    for (const auto &batch : plan.batches) {
-        std::vector<Reg> regs;
-        std::vector<DrvRWBuf> bufs(batch.size());
-        std::vector<DrvRWBuf *> ptrs;
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            const ReadPart &p = batch[i];
-            regs.push_back(ctx.session->reg(p.reg_id, p.reg_addr, p.reg_nums));
-            bufs[i].buff = r.buffers[p.selection].data() + p.offset;
-            bufs[i].size = static_cast<int32_t>(p.bytes);
-            bufs[i].error = kNotRead;
-            ptrs.push_back(&bufs[i]);
-        }
-        begin_call(ctx);
-        const unsigned rc = ctx.session->read(regs, ptrs);
-        ctx.out.drain();
-        if (rc == ER_OK) ctx.between.clear();
-        std::optional<Failure> failure;
-        for (std::size_t i = 0; i < batch.size(); ++i) {
-            uint32_t code = bufs[i].error;
-            if (code == kNotRead && rc != ER_OK) code = rc;
-            if (code == ER_OK) continue;
-            if (!failure) failure = explain(ctx, rc != ER_OK ? rc : code);
-            auto &slot = r.failures[batch[i].selection];
-            if (!slot) slot = failure;
-        }
-        ctx.out.settle(failure.has_value() && show_driver);
-        if (g_interrupted) break;
-    }
-    return r;
-}
 
 std::string timestamp() {
     timeval tv{};
@@ -131,9 +59,6 @@ std::string scope_text(const Tag &tag) {
     return cat("program ", *program != '\0' ? program : "?", " (", tag.rec.mode_type, ")");
 }
 
-// The device area the driver found in the device column (its class code).
-std::string device_text(const Tag &tag) { return std::string(format::device_name(tag.rec.address)); }
-
 // Either the text line "NAME = VALUE" or one JSON object of an array.
 void print_value(Context &ctx, bool &first, const Tag &tag, const Selection &sel, std::span<const uint8_t> bytes,
                  const char *assign) {
@@ -147,18 +72,37 @@ void print_value(Context &ctx, bool &first, const Tag &tag, const Selection &sel
     first = false;
 }
 
+// A name that only the unread last line of the tag file defines.
+std::string unread_hint(const TagSet *unread, const std::string &source, std::string_view name) {
+    const bool id = name.find_first_not_of("0123456789 ") == std::string_view::npos;  // ids count read lines only
+    if (unread == nullptr || unread->tags().empty() || id || !find_selection(*unread, name).selection) return {};
+    return cat("hint: '", name, "' is on the last line of ", source,
+               ", which no line feed ends: the driver does not read that line (end the file with a line feed)");
+}
+
 void close_json(Context &ctx, bool first) {
     if (ctx.opts.json) std::fputs(first ? "[]\n" : "\n]\n", ctx.out.results());
 }
 
 }  // namespace
 
-bool resolve_names(const TagSet &tags, const std::vector<std::string> &names, std::vector<Selection> &out) {
+TagSet unread_tail(std::string_view contents, ParseLine parser) {
+    const std::size_t lf = contents.rfind('\n');
+    std::string_view tail = lf == std::string_view::npos ? contents : contents.substr(lf + 1);
+    // Only the last piece of a long line would count, as the loader cuts it.
+    if (tail.size() > kplc::format::kChunkChars - 1) tail = tail.substr(tail.size() - (kplc::format::kChunkChars - 1));
+    if (tail.find_first_not_of(" \t\r") == std::string_view::npos) return TagSet::parse("", parser);
+    return TagSet::parse(cat(tail, "\n"), parser);
+}
+
+bool resolve_names(const TagSet &tags, const std::vector<std::string> &names, std::vector<Selection> &out,
+                   const TagSet *unread, const std::string &source) {
     bool ok = true;
     for (const std::string &name : names) {
         Lookup found = find_selection(tags, name);
         if (!found.selection) {
             error_line(found.error);
+            if (const std::string hint = unread_hint(unread, source, name); !hint.empty()) error_line(hint);
             ok = false;
             continue;
         }
@@ -173,20 +117,13 @@ int run_list(Context &ctx) {
     rows.push_back({"ID", "NAME", "TYPE", "SHAPE", "DEVICE", "ACCESS", "SCOPE"});
     bool first = true;
     for (const Tag &tag : ctx.tags.tags()) {
-        std::string why;
-        const bool r = driver_reads(tag, why), w = driver_writes(tag, why);
         if (ctx.opts.json) {
-            const std::string program = tag.is_local() ? json_string(reinterpret_cast<const char *>(tag.rec.local_name))
-                                                       : std::string("null");
-            std::fprintf(out, "%s{\"id\":%u,\"name\":%s,\"type\":%s,\"shape\":%s,\"device\":%s,\"read\":%s,"
-                              "\"write\":%s,\"program\":%s}",
-                         first ? "[\n" : ",\n", static_cast<unsigned>(tag.id), json_string(tag.label).c_str(),
-                         json_string(type_text(tag)).c_str(), json_string(shape_text(tag)).c_str(),
-                         json_string(device_text(tag)).c_str(), r ? "true" : "false", w ? "true" : "false",
-                         program.c_str());
+            std::fprintf(out, "%s%s", first ? "[\n" : ",\n", tag_json(tag).c_str());
             first = false;
             continue;
         }
+        std::string why;
+        const bool r = driver_reads(tag, why), w = driver_writes(tag, why);
         rows.push_back({std::to_string(tag.id), tag.label, type_text(tag), shape_text(tag), device_text(tag),
                         cat(r ? "r" : "-", w ? "w" : "-"), scope_text(tag)});
     }
@@ -210,21 +147,33 @@ int run_list(Context &ctx) {
 
 int run_check(const Options &opts, const std::string &path, const std::string &contents, ParseLine parser,
               std::FILE *out) {
+    // The first kMaxShown findings are listed, then their count: a file of
+    // any size (random bytes too) gives a screenful, not a copy of itself.
+    constexpr std::size_t kMaxShown = 100;
     const std::vector<Problem> problems = check_tag_file(contents, parser);
+    const auto faults = static_cast<std::size_t>(
+        std::count_if(problems.begin(), problems.end(), [](const Problem &p) { return !p.note; }));
     bool first = true;
-    for (const Problem &p : problems) {
+    for (std::size_t i = 0; i < problems.size() && i < kMaxShown; ++i) {
+        const Problem &p = problems[i];
         if (opts.json) {
-            std::fprintf(out, "%s{\"line\":%zu,\"problem\":%s}", first ? "[\n" : ",\n", p.line, json_string(p.text).c_str());
+            std::fprintf(out, "%s{\"line\":%zu,\"%s\":%s}", first ? "[\n" : ",\n", p.line, p.note ? "note" : "problem",
+                         json_string(p.text).c_str());
             first = false;
-        } else if (p.line != 0) {
-            std::fprintf(out, "%s:%zu: %s\n", path.c_str(), p.line, p.text.c_str());
         } else {
-            std::fprintf(out, "%s: %s\n", path.c_str(), p.text.c_str());
+            const std::string where = p.line != 0 ? cat(path, ":", p.line) : path;
+            std::fprintf(out, "%s: %s%s\n", where.c_str(), p.note ? "note: " : "", p.text.c_str());
         }
     }
+    if (problems.size() > kMaxShown) {
+        const std::string more = cat(problems.size() - kMaxShown, " more findings not shown (", faults,
+                                     " problems in all)");
+        if (opts.json) std::fprintf(out, ",\n{\"line\":0,\"note\":%s}", json_string(more).c_str());
+        else std::fprintf(out, "%s: %s\n", path.c_str(), more.c_str());
+    }
     if (opts.json) std::fputs(first ? "[]\n" : "\n]\n", out);
-    else if (problems.empty()) std::fprintf(out, "%s: no problems found\n", path.c_str());
-    return problems.empty() ? kExitOk : kExitTag;
+    else if (faults == 0) std::fprintf(out, "%s: no problems found\n", path.c_str());
+    return faults == 0 ? kExitOk : kExitTag;
 }
 
 int run_read(Context &ctx, const std::vector<Selection> &selections) {
@@ -272,12 +221,7 @@ int run_write(Context &ctx) {
     // The whole batch is checked before the first write: every name, every
     // value and the driver's writer for every type. One problem anywhere and
     // nothing is sent; every problem is listed.
-    struct Job {
-        Selection target;
-        WritePlan plan;
-        std::vector<uint8_t> flat;  // the values as a read would return them
-    };
-    std::vector<Job> jobs;
+    std::vector<WriteJob> jobs;
     int status = kExitOk;
     auto problem = [&status](Exit s, const std::string &message) {
         error_line(message);
@@ -290,56 +234,15 @@ int run_write(Context &ctx) {
             continue;
         }
         const auto &[name, value] = *assignment;
-        Lookup found = find_selection(ctx.tags, name);
-        if (!found.selection) {
-            problem(kExitTag, found.error);
-            continue;
+        PreparedWrite w = prepare_write(ctx.tags, name, [&value](const Tag &tag, const Selection &target) {
+            return split_items(tag, target, value);
+        });
+        if (w.job) jobs.push_back(std::move(*w.job));
+        else {
+            problem(w.problem.status, w.problem.why);
+            if (w.problem.status != kExitTag) continue;
+            if (const std::string hint = unread_hint(ctx.unread, ctx.source, name); !hint.empty()) error_line(hint);
         }
-        Selection target = std::move(*found.selection);
-        const Tag &tag = ctx.tags.tags()[target.tag];
-        if (std::string why; !driver_writes(tag, why)) {
-            problem(kExitFailed, cat(name, ": ", why));
-            continue;
-        }
-        const Items items = split_items(tag, target, value);
-        if (!items.error.empty()) {
-            problem(kExitUsage, cat(name, ": ", items.error));
-            continue;
-        }
-        const auto n = static_cast<uint32_t>(items.items.size());
-        const uint32_t room = target.whole ? target.count : tag.shape->elements - target.first;
-        if ((target.whole || target.count > 1) && n != target.count) {
-            problem(kExitUsage, cat(name, ": ", target.count, " value(s) expected, ", n, " given"));
-            continue;
-        }
-        if (n > room) {
-            problem(kExitUsage, cat(name, ": ", n, " values run past the end of ", tag.label, " (", room,
-                                    " element(s) from there)"));
-            continue;
-        }
-        target.count = n;
-        std::vector<std::vector<uint8_t>> encoded;
-        std::vector<uint8_t> flat;
-        bool ok = true;
-        for (const std::string &item : items.items) {
-            std::string error;
-            auto bytes = encode_element(tag, item, error);
-            if (!bytes) {
-                problem(kExitUsage, cat(name, ": ", error));
-                ok = false;
-                break;
-            }
-            flat.insert(flat.end(), bytes->begin(), bytes->end());
-            if (tag.is_text()) flat.resize(flat.size() + (tag.element_bytes - bytes->size()), 0);
-            encoded.push_back(std::move(*bytes));
-        }
-        if (!ok) continue;
-        WritePlan plan = plan_write(ctx.tags, target, encoded);
-        if (!plan.error.empty()) {
-            problem(kExitUsage, cat(name, ": ", plan.error));
-            continue;
-        }
-        jobs.push_back({std::move(target), std::move(plan), std::move(flat)});
     }
     if (status != kExitOk) {
         error_line("nothing was written");
@@ -347,36 +250,15 @@ int run_write(Context &ctx) {
     }
 
     bool first = true;
-    for (std::size_t j = 0; j < jobs.size(); ++j) {
-        Job &job = jobs[j];
-        const Tag &tag = ctx.tags.tags()[job.target.tag];
-        for (std::size_t p = 0; p < job.plan.parts.size(); ++p) {
-            WritePart &part = job.plan.parts[p];
-            Reg reg = ctx.session->reg(part.reg_id, part.reg_addr, part.reg_nums);
-            begin_call(ctx);
-            const unsigned rc = ctx.session->write(reg, part.data.data());
-            ctx.out.drain();
-            if (rc == ER_OK) ctx.between.clear();
-            if (rc == ER_OK && !g_interrupted) continue;
-            const Failure f = rc == ER_OK ? Failure{kExitInterrupted, "interrupted"} : explain(ctx, rc);
-            ctx.out.settle(true);
-            error_line(cat("writing ", job.target.label, " failed: ", f.why));
-            std::string written, not_written;
-            for (std::size_t k = 0; k < jobs.size(); ++k) {
-                std::string &list = k < j || (k == j && rc == ER_OK) ? written : not_written;
-                list += cat(list.empty() ? "" : ", ", jobs[k].target.label);
-                if (k == j && p > 0 && rc != ER_OK) list += cat(" (", p, " of its ", job.plan.parts.size(), " requests went through)");
-            }
-            error_line(cat("written: ", written.empty() ? "none" : written, "; not written: ",
-                           not_written.empty() ? "none" : not_written));
-            close_json(ctx, first);
-            return f.status;
-        }
-        ctx.out.settle(false);
-        print_value(ctx, first, tag, job.target, job.flat, ":=");
+    const auto stop = perform_writes(ctx, jobs, [&](const WriteJob &job) {
+        print_value(ctx, first, ctx.tags.tags()[job.target.tag], job.target, job.flat, ":=");
+    });
+    if (stop) {
+        error_line(cat("writing ", jobs[stop->job].target.label, " failed: ", stop->failure.why));
+        error_line(write_summary(jobs, *stop));
     }
     close_json(ctx, first);
-    return kExitOk;
+    return stop ? stop->failure.status : kExitOk;
 }
 
 int run_watch(Context &ctx, const std::vector<Selection> &selections) {
@@ -421,7 +303,7 @@ int run_watch(Context &ctx, const std::vector<Selection> &selections) {
             const Tag &tag = ctx.tags.tags()[sel.tag];
             std::string now = r.failures[i] ? cat("\x01", r.failures[i]->why)  // marks a failure state
                                             : format_selection(tag, sel, r.buffers[i]);
-            if (r.failures[i]) status = r.failures[i]->status;
+            if (r.failures[i] && status == kExitOk) status = r.failures[i]->status;
             if (seen[i] && now == last[i]) continue;
             seen[i] = true;
             last[i] = now;

@@ -1,7 +1,11 @@
 // kplc: reads and writes PLC tags by name through the kplc driver library,
 // loading it and filling the runtime's records exactly as the panel runtime does.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,6 +15,7 @@
 #include "driver_api.hpp"
 #include "driver_output.hpp"
 #include "options.hpp"
+#include "serve.hpp"
 #include "signals.hpp"
 #include "text.hpp"
 #include "trace_proxy.hpp"
@@ -28,6 +33,23 @@ int fail(int status, const std::string &message) {
     return status;
 }
 
+// Reads a file the user named on the command line; `what` says what the user
+// meant it to hold ("tag file", "names file").
+bool read_named(const std::string &path, const char *what, std::string &text, std::string &error) {
+    std::error_code ec;
+    if (std::filesystem::is_directory(path, ec)) {
+        error = cat(what, " '", path, "' is a directory");
+        return false;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (in) text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (!in || in.bad()) {
+        error = cat("cannot read ", what, " '", path, "': ", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 // The names of the command line and of -f FILE (or standard input).
 bool gather_names(const Options &opts, std::vector<std::string> &names, std::string &error) {
     names = opts.args;
@@ -36,7 +58,7 @@ bool gather_names(const Options &opts, std::vector<std::string> &names, std::str
     if (opts.names_file == "-") {
         char buf[4096];
         for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, stdin)) > 0;) text.append(buf, n);
-    } else if (!read_file(opts.names_file, text, error)) {
+    } else if (!read_named(opts.names_file, "names file", text, error)) {
         return false;
     }
     const std::vector<std::string> more = names_in(text);
@@ -62,7 +84,7 @@ int run(const Options &opts) {
 
     std::string contents;
     if (opts.command == Command::Check) {
-        if (!read_file(opts.args[0], contents, error)) return fail(kExitTag, error);
+        if (!read_named(opts.args[0], "tag file", contents, error)) return fail(kExitTag, error);
         const int status = run_check(opts, opts.args[0], contents, api->pase_str, out.results());
         out.settle(false);
         return status;
@@ -70,6 +92,8 @@ int run(const Options &opts) {
 
     // The tag file: --tags, or the one the runtime would find in --workdir.
     std::string source;
+    if (std::error_code ec; std::filesystem::is_directory(opts.tags, ec))
+        return fail(kExitTag, cat("tag file '", opts.tags, "' is a directory"));
     if (!pick_tag_file(opts.tags, opts.workdir, tag_file_name(opts.plc, opts.dev), opts.install_tags, source,
                        contents, error))
         return fail(opts.tags.empty() || error.starts_with("cannot read") ? kExitTag : kExitUsage, error);
@@ -77,20 +101,27 @@ int run(const Options &opts) {
     out.settle(tags.tags().empty());
     if (tags.tags().empty()) return fail(kExitTag, cat("tag file '", source, "' holds no tag definitions"));
 
-    Context ctx{opts, tags, out, nullptr, nullptr, {}, {}, {}};
+    const TagSet unread = unread_tail(contents, api->pase_str);
+    Context ctx{opts, tags, out, nullptr, nullptr, {}, {}, {}, &unread, source};
     if (opts.command == Command::List) return run_list(ctx);
 
-    if (!gather_names(opts, ctx.args, error)) return fail(kExitUsage, error);
     std::vector<Selection> selections;
-    if (opts.command != Command::Write && !resolve_names(tags, ctx.args, selections)) return kExitTag;
+    if (opts.command != Command::Serve) {
+        if (!gather_names(opts, ctx.args, error)) return fail(kExitUsage, error);
+        if (opts.command != Command::Write && !resolve_names(tags, ctx.args, selections, &unread, source)) return kExitTag;
+    }
 
     // The driver talks to the relay on 127.0.0.1, which passes everything on
     // to the PLC and keeps the record that explains failures; the tag file
-    // name the driver forms is therefore the relay's.
+    // name the driver forms is therefore the relay's. With --direct the driver
+    // talks to the PLC itself: two hops fewer per exchange, and failures told
+    // by the driver's result code alone.
     const int connect_ms = std::max(500, opts.timeout * 1000 - 200);
     TraceProxy proxy(opts.plc, *opts.port, opts.udp, opts.trace, connect_ms);
-    if (!proxy.start(error)) return fail(kExitFailed, error);
-    const Session::Endpoint endpoint{kLoopback, proxy.port(), opts.timeout, opts.udp, opts.dev};
+    if (!opts.direct && !proxy.start(error)) return fail(kExitFailed, error);
+    const Session::Endpoint endpoint = opts.direct
+        ? Session::Endpoint{opts.plc, *opts.port, opts.timeout, opts.udp, opts.dev}
+        : Session::Endpoint{kLoopback, proxy.port(), opts.timeout, opts.udp, opts.dev};
 
     WorkFolder folder;
     if (!folder.enter(tag_file_name(endpoint.addr, endpoint.dev), contents, error)) return fail(kExitFailed, error);
@@ -101,7 +132,7 @@ int run(const Options &opts) {
         return fail(kExitFailed, error);
     }
     ctx.session = &session;
-    ctx.proxy = &proxy;
+    ctx.proxy = opts.direct ? nullptr : &proxy;
     ctx.limits.max_requests = session.batch_limit();
     out.settle(false);
 
@@ -110,6 +141,7 @@ int run(const Options &opts) {
     case Command::Read: status = run_read(ctx, selections); break;
     case Command::Write: status = run_write(ctx); break;
     case Command::Watch: status = run_watch(ctx, selections); break;
+    case Command::Serve: status = run_serve(ctx, api->pase_str); break;
     default: break;
     }
     return g_interrupted ? kExitInterrupted : status;

@@ -15,6 +15,7 @@ const char *const kUsage =
     "       kplc [options] write NAME=VALUE...\n"
     "       kplc [options] watch NAME|ID... [--interval-ms N] [--count N]\n"
     "       kplc [--lib PATH] check FILE\n"
+    "       kplc [options] serve        (JSON requests on stdin, one answer per line on stdout)\n"
     "\n"
     "Reads and writes PLC tags by name through the kplc driver, as the panel runtime does.\n"
     "\n"
@@ -26,9 +27,11 @@ const char *const kUsage =
     "  --workdir DIR      take the tag file the runtime would use from DIR/driver/ (read only)\n"
     "  --install-tags     with --workdir and --tags: copy FILE into DIR/driver/ when that\n"
     "                     file does not exist yet (never replaces one)\n"
-    "  --timeout S        response time-out in seconds (default 3)\n"
+    "  --timeout S        response time-out in seconds, 1 at least (default 3)\n"
     "  --udp              talk to the PLC over UDP\n"
     "  --trace            print every request and reply in hex (on stderr)\n"
+    "  --direct           the driver talks to the PLC itself, not through the tool's relay:\n"
+    "                     faster, but a failure is told only by the driver's result code\n"
     "  --json             results as JSON (watch: one object per line)\n"
     "  -f FILE            more names (write: NAME=VALUE) from FILE, one per line; '-' reads stdin\n"
     "  -q, --quiet        never show the driver's diagnostic lines\n"
@@ -48,7 +51,8 @@ const char *const kUsage =
     "exit status: 0 success, 1 the driver failed or refused a request, 2 bad arguments or values,\n"
     "             3 unknown tag or unusable tag file, 4 the driver library could not be loaded,\n"
     "             5 cannot connect, 6 no answer from the PLC, 7 reply too short, 8 reply not usable,\n"
-    "             130 interrupted\n";
+    "             130 interrupted. When names fail for different causes, the first name that\n"
+    "             failed, in the order given, decides.\n";
 
 namespace {
 
@@ -67,6 +71,7 @@ std::optional<Command> command_of(std::string_view word) {
     if (word == "write") return Command::Write;
     if (word == "watch") return Command::Watch;
     if (word == "check") return Command::Check;
+    if (word == "serve") return Command::Serve;
     return std::nullopt;
 }
 
@@ -158,13 +163,15 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             name = arg.substr(0, eq);
             value = arg.substr(eq + 1);
         }
-        static constexpr std::string_view kFlags[] = {"--udp", "--trace", "--version", "--json", "--install-tags"};
+        static constexpr std::string_view kFlags[] = {"--udp", "--trace", "--version", "--json", "--install-tags",
+                                                      "--direct"};
         if (std::find(std::begin(kFlags), std::end(kFlags), name) != std::end(kFlags)) {
             if (value) return fail(cat("option ", name, " takes no value"));
             if (name == "--udp") o.udp = true;
             else if (name == "--trace") o.trace = true;
             else if (name == "--json") o.json = true;
             else if (name == "--install-tags") o.install_tags = true;
+            else if (name == "--direct") o.direct = true;
             else o.version = true;
             continue;
         }
@@ -191,8 +198,10 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
             if (!dev) return fail(cat("--dev: '", v, "' is not a device index (0-65535)"));
             o.dev = *dev;
         } else if (name == "--timeout") {
-            const auto t = parse_number<uint16_t>(v, 0, 65535);
-            if (!t) return fail(cat("--timeout: '", v, "' is not a number of seconds (0-65535)"));
+            // The driver takes 0 for "do not wait": every reply would race
+            // the receive, and a healthy PLC would fail at random.
+            const auto t = parse_number<uint16_t>(v, kMinTimeout, 65535);
+            if (!t) return fail(cat("--timeout: '", v, "' is not a number of seconds (", kMinTimeout, "-65535)"));
             o.timeout = *t;
         } else if (name == "--tags") {
             if (v.empty()) return fail("--tags needs a file name");
@@ -223,10 +232,13 @@ ParsedOptions parse_options(std::span<const std::string_view> args) {
         return r;
     }
     if (o.tags.empty() && o.workdir.empty()) return fail("no tag file: give --tags FILE (or --workdir DIR)");
+    if (o.direct && o.trace) return fail("--trace shows the relay's traffic, which --direct leaves out");
     if (o.install_tags && (o.tags.empty() || o.workdir.empty()))
         return fail("--install-tags needs both --workdir DIR and --tags FILE");
-    if (o.command == Command::List) {
-        if (!o.args.empty()) return fail("list takes no arguments");
+    if (o.command == Command::List || o.command == Command::Serve) {
+        if (!o.args.empty() || !o.names_file.empty())
+            return fail(o.command == Command::List ? "list takes no arguments" : "serve takes no arguments");
+        if (o.command == Command::Serve && !o.port) return fail("no PLC port: give --port N");
         return r;
     }
     if (o.args.empty() && o.names_file.empty()) return fail("no tag names given");

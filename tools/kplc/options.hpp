@@ -10,7 +10,10 @@
 
 namespace kplc::cli {
 
-enum class Command { None, List, Read, Write, Watch, Check };
+// The shortest response time-out the tool accepts, in seconds.
+inline constexpr uint16_t kMinTimeout = 1;
+
+enum class Command { None, List, Read, Write, Watch, Check, Serve };
 
 // How much of the driver's own diagnostic lines reaches standard error.
 enum class Chatter { Quiet, Normal, Verbose };
@@ -26,9 +29,10 @@ struct Options {
     std::string tags;     // tag file to use
     std::string workdir;  // run in this folder (its ./driver/ holds the tag files)
     std::string lib;      // driver library to load
-    uint16_t timeout = 3; // response time-out, whole seconds
+    uint16_t timeout = 3; // response time-out, whole seconds (kMinTimeout at least)
     bool udp = false;
     bool trace = false;
+    bool direct = false;  // the driver talks to the PLC itself, not through the relay
     uint32_t interval_ms = 500;
     std::optional<uint64_t> count;
     bool help = false;

@@ -23,6 +23,7 @@ constexpr auto kGrace = std::chrono::milliseconds(400);
 
 std::mutex g_folder_mutex;
 std::string g_folder;
+std::string g_last_words;
 
 sigset_t watched() {
     sigset_t set;
@@ -38,6 +39,7 @@ sigset_t watched() {
         std::lock_guard lock(g_folder_mutex);
         std::error_code ec;
         if (!g_folder.empty()) std::filesystem::remove_all(g_folder, ec);
+        if (!g_last_words.empty()) std::fprintf(stderr, "kplc: %s\n", g_last_words.c_str());
     }
     std::fflush(nullptr);
     ::_exit(130);
@@ -69,6 +71,15 @@ void start_signal_watch() {
 void remove_on_signal(const std::string &folder) {
     std::lock_guard lock(g_folder_mutex);
     g_folder = folder;
+}
+
+}  // namespace kplc::cli
+
+namespace kplc::cli {
+
+void say_on_signal(const std::string &line) {
+    std::lock_guard lock(g_folder_mutex);
+    g_last_words = line;
 }
 
 }  // namespace kplc::cli

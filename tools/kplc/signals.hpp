@@ -5,7 +5,8 @@
 // for the whole response time-out. Instead the signals are blocked in every
 // thread and one thread of the tool waits for them: it raises the interrupt
 // flag, gives the main thread a moment to finish on its own, and otherwise
-// removes the tool's temporary folder itself and ends the process with 130.
+// removes the tool's temporary folder itself, says what the unfinished call
+// had done, and ends the process with 130.
 #pragma once
 
 #include <atomic>
@@ -21,5 +22,9 @@ void start_signal_watch();
 
 // The folder to remove when the signal thread has to end the process; empty: none.
 void remove_on_signal(const std::string &folder);
+
+// The line the signal thread prints on standard error when it has to end the
+// process (what a call that never returned had done so far); empty: none.
+void say_on_signal(const std::string &line);
 
 }  // namespace kplc::cli

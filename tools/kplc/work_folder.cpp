@@ -1,11 +1,6 @@
 #include "work_folder.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -18,33 +13,6 @@
 namespace kplc::cli {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-// Writes a new file; fails rather than replace one that appeared meanwhile.
-bool create_new(const fs::path &file, const std::string &contents, std::string &error) {
-    const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    bool ok = fd >= 0;
-    for (std::size_t done = 0; ok && done < contents.size();) {
-        const ssize_t n = ::write(fd, contents.data() + done, contents.size() - done);
-        ok = n > 0;
-        if (ok) done += static_cast<std::size_t>(n);
-    }
-    if (!ok) error = cat("cannot write '", file.string(), "': ", std::strerror(errno));
-    if (fd >= 0 && ::close(fd) != 0 && ok) {
-        error = cat("cannot write '", file.string(), "': ", std::strerror(errno));
-        ok = false;
-    }
-    return ok;
-}
-
-}  // namespace
-
-std::string tag_file_name(uint32_t addr, unsigned dev) {
-    char name[format::kTagFileNameSize];
-    format::form_tag_file_name(name, addr, static_cast<int>(dev));
-    return name;
-}
 
 bool read_file(const std::string &path, std::string &contents, std::string &error) {
     std::ifstream in(path, std::ios::binary);
@@ -76,34 +44,19 @@ bool pick_tag_file(const std::string &tags, const std::string &workdir, const st
     }
     if (!install) return true;
     fs::create_directories(fs::path(runtime).parent_path(), ec);
-    return create_new(runtime, contents, error);
+    return harness::write_file(runtime, contents, false, error);
 }
 
 bool WorkFolder::enter(const std::string &name, const std::string &contents, std::string &error) {
-    std::error_code ec;
-    previous_ = fs::current_path(ec).string();
-    std::string pattern = (fs::temp_directory_path(ec) / "kplc-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        error = cat("cannot create a temporary folder: ", std::strerror(errno));
-        return false;
-    }
-    path_ = pattern;
-    remove_on_signal(path_);
-    const fs::path file = fs::path(path_) / name;
-    fs::create_directories(file.parent_path(), ec);
-    if (!create_new(file, contents, error)) return false;
-    fs::current_path(path_, ec);
-    if (ec) {
-        error = cat("cannot enter '", path_, "': ", ec.message());
-        return false;
-    }
-    return true;
+    folder_.emplace("kplc");
+    if (folder_->ok()) remove_on_signal(folder_->path());
+    folder_->write(name, contents);
+    error = folder_->error();
+    return error.empty();
 }
 
 WorkFolder::~WorkFolder() {
-    std::error_code ec;
-    if (!previous_.empty()) fs::current_path(previous_, ec);
-    if (!path_.empty()) fs::remove_all(path_, ec);
+    folder_.reset();  // removed before the signal thread forgets it
     remove_on_signal({});
 }
 

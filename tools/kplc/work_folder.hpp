@@ -1,20 +1,20 @@
 // The folder the driver runs in, and where its tag file comes from.
 //
-// The driver finds its tag file relative to the working folder, as
-// "./driver/PLC%08X_%d.csv" formed from the PLC address it was given and the
-// device index. The tool always runs the driver in a private temporary folder
-// holding a copy of the tag file under that name: the driver talks to the
-// tool's relay on 127.0.0.1 (so the name is formed from that address), and the
-// panel's own folder is never written to unless the user asks for it.
+// The tool always runs the driver in the harness's private temporary folder
+// holding a copy of the tag file under the name the driver forms: the driver
+// talks to the tool's relay on 127.0.0.1 (so the name is formed from that
+// address), and the panel's own folder is never written to unless the user
+// asks for it.
 #pragma once
 
-#include <cstdint>
+#include <optional>
 #include <string>
+
+#include "harness/work_folder.hpp"
 
 namespace kplc::cli {
 
-// "./driver/PLC%08X_%d.csv"
-std::string tag_file_name(uint32_t addr, unsigned dev);
+using harness::tag_file_name;
 
 class WorkFolder {
 public:
@@ -27,11 +27,9 @@ public:
     // `name` and makes it the working folder. The folder is removed when this
     // object goes, or by the signal thread when the tool is interrupted.
     bool enter(const std::string &name, const std::string &contents, std::string &error);
-    [[nodiscard]] const std::string &path() const { return path_; }
 
 private:
-    std::string path_;
-    std::string previous_;
+    std::optional<harness::WorkFolder> folder_;
 };
 
 // Reads a whole file ("-" is not special); false with a message when it cannot be read.

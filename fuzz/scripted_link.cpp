@@ -1,4 +1,4 @@
-#include "harness/link.hpp"
+#include "scripted_link.hpp"
 
 #include <fcntl.h>
 #include <sys/socket.h>

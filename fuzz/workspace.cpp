@@ -1,19 +1,16 @@
-#include "harness/workspace.hpp"
+#include "workspace.hpp"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "harness/link.hpp"
-#include "support/instance.hpp"
+#include "scripted_link.hpp"
 #include "state/process_state.hpp"
 
 namespace kplc::fuzz {
@@ -94,7 +91,7 @@ uint16_t refusing_port() {
     const int s = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(kPlcAddress);
+    a.sin_addr.s_addr = htonl(harness::kLoopback);
     socklen_t len = sizeof a;
     if (s < 0 || ::bind(s, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 ||
         ::getsockname(s, reinterpret_cast<sockaddr *>(&a), &len) != 0)
@@ -103,48 +100,18 @@ uint16_t refusing_port() {
     return ntohs(a.sin_port);
 }
 
-// The working folder, removed when the process ends.
-std::string g_dir;
+}  // namespace
 
-void remove_workdir() {
-    if (g_dir.empty()) return;
-    char name[64];
-    std::snprintf(name, sizeof name, "%s/driver/PLC%08X_%d.csv", g_dir.c_str(), kPlcAddress, 0);
-    ::unlink(name);
-    ::rmdir((g_dir + "/driver").c_str());
-    ::rmdir(g_dir.c_str());
+void silence_output() {
+    if (std::getenv("KPLC_FUZZ_VERBOSE") != nullptr) return;
+    const int null = ::open("/dev/null", O_WRONLY);
+    if (null >= 0) ::dup2(null, STDOUT_FILENO);
+    if (null > STDOUT_FILENO) ::close(null);
 }
 
-Workspace make() {
-    // Driver messages go to standard output; the fuzzer reports on standard error.
-    if (std::getenv("KPLC_FUZZ_VERBOSE") == nullptr) {
-        const int null = ::open("/dev/null", O_WRONLY);
-        if (null >= 0) ::dup2(null, STDOUT_FILENO);
-        if (null > STDOUT_FILENO) ::close(null);
-    }
-    std::string dir = "/tmp/kplc-fuzz-XXXXXX";
-    if (::mkdtemp(dir.data()) == nullptr || ::chdir(dir.c_str()) != 0 || ::mkdir("driver", 0700) != 0)
-        std::abort();
-    g_dir = dir;
-    std::atexit(remove_workdir);
-    char name[64];
-    std::snprintf(name, sizeof name, "./driver/PLC%08X_%d.csv", kPlcAddress, 0);
-    FILE *f = std::fopen(name, "wb");
-    if (f == nullptr || std::fwrite(kTagFile.data(), 1, kTagFile.size(), f) != kTagFile.size() || std::fclose(f) != 0)
-        std::abort();
-
-    static CommunicationProperty port{};
-    port._baud = kPlcAddress;
-    port._datBits = refusing_port();
-    port._plcGlobalTimeout = 1;
-    port._protocalTimeout1 = 50;
-    Workspace ws;
-    ws.port = &port;
-    ws.drv = kplc_create();
-    if (ws.drv == nullptr) std::abort();
-    kplc_init(ws.drv, &port);
-    ws.settings = kplc::settings_of(ws.drv);
-
+Workspace::Workspace() : Instance(harness::kLoopback, refusing_port()) {
+    silence_output();
+    if (folder.write_tag_file(harness::kLoopback, 0, kTagFile).empty()) std::abort();
     // A fixed catalogue, so program-local tags map to the same program ids in
     // every run: Main is program 0 and Aux program 1, as the simulator numbers
     // them from this tag file (the seeds are its real answers).
@@ -155,13 +122,10 @@ Workspace make() {
     std::strcpy(st.link.catalogue[1].name, "Aux");
     st.link.catalogue_size = 2;
     (void)descriptor_leaked();  // sets the mark
-    return ws;
 }
 
-}  // namespace
-
 Workspace &workspace() {
-    static Workspace ws = make();
+    static Workspace ws;
     return ws;
 }
 
