@@ -24,6 +24,31 @@ enum DeviceClass : uint8_t {
     kDeviceZF = 44,
 };
 
+struct DeviceMnemonic {
+    std::string_view mnemonic;
+    uint8_t code;
+};
+
+// The spellings of the device column. The tag file parser tries them in this
+// order, by substring, and the first hit wins: each two-letter
+// area is tested before the single letters it contains (CR10 is class 1, not
+// the plain R class 0).
+inline constexpr std::array<DeviceMnemonic, 13> kDeviceMnemonics{{
+    {"EM", kDeviceEM},
+    {"MR", kDeviceMR},
+    {"LR", kDeviceLR},
+    {"DM", kDeviceDM},
+    {"TM", kDeviceTM},
+    {"FM", kDeviceFM},
+    {"CM", kDeviceCM},
+    {"ZF", kDeviceZF},
+    {"B", kDeviceB},
+    {"CR", kDeviceCR},
+    {"DR", kDeviceR},
+    {"W", kDeviceW},
+    {"R", kDeviceR},
+}};
+
 struct DeviceName {
     uint8_t device_class;
     std::string_view name;

@@ -1,5 +1,5 @@
-// The CRC-16 of the Modbus serial line (reflected polynomial 0xA001, initial
-// value 0xFFFF), computed a byte at a time with the usual pair of tables.
+// The CRC-16 with the reflected polynomial 0xA001 and initial value 0xFFFF,
+// the common one of serial field buses, computed a byte at a time with the usual pair of tables.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ constexpr uint16_t reflected_entry(unsigned index) noexcept {
 // The byte-wise algorithm keeps the register in two halves named by the byte
 // they put on the line: `hi` holds the register's low byte (sent first), `lo`
 // its high byte. So the "Hi" table is the low byte of each entry and the "Lo"
-// table the high byte, which makes both equal the published Modbus tables.
+// table the high byte, which makes both equal the tables commonly published for this CRC.
 constexpr std::array<uint8_t, 256> make_hi_table() noexcept {
     std::array<uint8_t, 256> t{};
     for (unsigned i = 0; i < t.size(); ++i) t[i] = static_cast<uint8_t>(reflected_entry(i) & 0xFF);

@@ -7,35 +7,11 @@
 namespace kplc {
 namespace {
 
-struct DeviceRule {
-    std::string_view mnemonic;
-    uint8_t code;
-};
-
-// Tried in this order, by substring, and the first hit wins: each two-letter
-// area is tested before the single letters it contains (CR10 is class 1, not
-// the plain R class 0).
-constexpr std::array<DeviceRule, 13> kDeviceRules{{
-    {"EM", format::kDeviceEM},
-    {"MR", format::kDeviceMR},
-    {"LR", format::kDeviceLR},
-    {"DM", format::kDeviceDM},
-    {"TM", format::kDeviceTM},
-    {"FM", format::kDeviceFM},
-    {"CM", format::kDeviceCM},
-    {"ZF", format::kDeviceZF},
-    {"B", format::kDeviceB},
-    {"CR", format::kDeviceCR},
-    {"DR", format::kDeviceR},
-    {"W", format::kDeviceW},
-    {"R", format::kDeviceR},
-}};
-
 // The rules whose mnemonic starts with each character, a bit per rule.
 constexpr std::array<uint32_t, 256> kStartingWith = [] {
     std::array<uint32_t, 256> rules{};
-    for (std::size_t r = 0; r < kDeviceRules.size(); ++r)
-        rules[static_cast<unsigned char>(kDeviceRules[r].mnemonic[0])] |= 1U << r;
+    for (std::size_t r = 0; r < format::kDeviceMnemonics.size(); ++r)
+        rules[static_cast<unsigned char>(format::kDeviceMnemonics[r].mnemonic[0])] |= 1U << r;
     return rules;
 }();
 
@@ -50,12 +26,12 @@ uint8_t device_class(std::string_view text) noexcept {
     for (std::size_t i = 0; i < text.size(); ++i) {
         for (uint32_t rules = kStartingWith[static_cast<unsigned char>(text[i])]; rules != 0; rules &= rules - 1) {
             const auto r = static_cast<std::size_t>(std::countr_zero(rules));
-            const std::string_view m = kDeviceRules[r].mnemonic;
+            const std::string_view m = format::kDeviceMnemonics[r].mnemonic;
             if (m.size() == 1 || (i + 1 < text.size() && text[i + 1] == m[1])) seen |= 1U << r;
         }
     }
     if (seen == 0) return kNoDevice;
-    return kDeviceRules[static_cast<std::size_t>(std::countr_zero(seen))].code;
+    return format::kDeviceMnemonics[static_cast<std::size_t>(std::countr_zero(seen))].code;
 }
 
 }  // namespace kplc

@@ -2,7 +2,7 @@
 """Traffic of other protocols on loopback, for checking that the kplc
 heuristic claims none of it: an HTTP GET, a DNS query and answer, a TLS
 handshake with a little data, an SSH version exchange and key-exchange packet,
-and a Modbus/TCP read. usage: others.py CERT KEY PORT_HTTP PORT_DNS PORT_TLS PORT_SSH PORT_MODBUS"""
+and a register read of another industrial protocol on TCP. usage: others.py CERT KEY PORT_HTTP PORT_DNS PORT_TLS PORT_SSH PORT_REGS"""
 import http.server
 import socket
 import ssl
@@ -72,7 +72,7 @@ t.join()
 
 # SSH: version lines, then a binary packet (length, padding length, KEXINIT code 20).
 def ssh_handle(conn):
-    conn.sendall(b"SSH-2.0-OpenSSH_9.2p1 Debian-2\r\n")
+    conn.sendall(b"SSH-2.0-kplctest_1.0 Debian-2\r\n")
     conn.recv(1000)
 
 
@@ -81,10 +81,11 @@ with socket.create_connection((LO, p_ssh)) as s:
     s.recv(100)
     body = bytes([20]) + bytes(range(16)) + struct.pack(">I", 10) + b"curve25519" + bytes(4 * 9 + 5)
     pad = 8 - (len(body) + 5) % 8 + 8
-    s.sendall(b"SSH-2.0-OpenSSH_9.2p1\r\n" + struct.pack(">IB", len(body) + pad + 1, pad) + body + bytes(pad))
+    s.sendall(b"SSH-2.0-kplctest_1.0\r\n" + struct.pack(">IB", len(body) + pad + 1, pad) + body + bytes(pad))
 t.join()
 
-# Modbus/TCP: read 10 holding registers from 0, and the answer.
+# A register protocol on TCP (transaction, protocol id, length, unit, function 3):
+# read 10 registers from 0, and the answer.
 def mb_handle(conn):
     req = conn.recv(100)
     conn.sendall(req[:4] + struct.pack(">HBBB", 23, 1, 3, 20) + bytes(range(20)))

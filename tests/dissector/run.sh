@@ -9,7 +9,7 @@
 #  2. Hand-made frames (frames.txt): damaged frames must be flagged, and good
 #     frames split across segments or sharing one must still decode.
 #  3. The heuristic: the session decodes with no port preference set, and a
-#     capture of HTTP, DNS, TLS, SSH and Modbus/TCP (others.py) shows no kplc.
+#     capture of HTTP, DNS, TLS, SSH and a register protocol on TCP (others.py) shows no kplc.
 #
 # usage: run.sh [BUILD_DIR]   (default build/debug; needs kplc-sim, kplc, libkplc.so)
 set -euo pipefail
@@ -137,7 +137,7 @@ if [ "$got_requests" -eq "$requests" ] && [ "$got_replies" -eq "$replies" ]; the
     bad "heuristic: decoded $got_requests requests and $got_replies replies; the simulator traced $requests and $replies"
 fi
 
-# Other protocols on loopback (HTTP, DNS, TLS, SSH, Modbus/TCP): each decodes
+# Other protocols on loopback (HTTP, DNS, TLS, SSH, registers on TCP): each decodes
 # as itself when told its port, and the heuristic claims none of it.
 if ! capture_possible; then
     echo "SKIPPED: tcpdump cannot capture on lo here; no capture of other protocols"

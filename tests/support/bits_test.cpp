@@ -1,4 +1,4 @@
-// Bit copy out of 16-bit words, the number helpers and the Modbus CRC-16.
+// Bit copy out of 16-bit words, the number helpers and the CRC-16 (polynomial 0xA001).
 #include <gtest/gtest.h>
 
 #include <climits>

@@ -18,13 +18,6 @@ namespace {
 
 constexpr std::size_t kLineChars = format::kChunkChars;
 
-// Device areas as a device column spells them, a name followed by the
-// device's number ("DM100"). The driver looks for these inside the text
-// and takes the first it finds; the tool only checks that the text is
-// one of them and a number, so that nothing else was taken for one.
-constexpr std::array<std::string_view, 13> kDeviceAreas{"EM", "MR", "LR", "DM", "TM", "FM", "CM",
-                                                        "ZF", "B",  "CR", "DR", "W",  "R"};
-
 std::vector<std::string_view> split(std::string_view s, char sep) {
     std::vector<std::string_view> out;
     while (true) {
@@ -80,7 +73,11 @@ std::string device_problem(std::string_view text, uint8_t found) {
     }
     const std::size_t letters = std::min(text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ"), text.size());
     const std::string_view area = text.substr(0, letters), number = text.substr(letters);
-    if (std::find(kDeviceAreas.begin(), kDeviceAreas.end(), area) == kDeviceAreas.end())
+    // The driver looks for these spellings inside the text and takes the first
+    // it finds; the tool only checks that the text is one of them and a
+    // number, so that nothing else was taken for one.
+    if (std::none_of(format::kDeviceMnemonics.begin(), format::kDeviceMnemonics.end(),
+                     [area](const format::DeviceMnemonic &m) { return m.mnemonic == area; }))
         return cat("device ", shown, ": ", quote(area), " is no device area; the driver takes the area it finds inside the text");
     if (number.empty() || number.find_first_not_of("0123456789") != std::string_view::npos)
         return cat("device ", shown, " has no device number after ", area, ": the driver reads the area alone");
