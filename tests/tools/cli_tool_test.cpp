@@ -85,6 +85,7 @@ protected:
         std::vector<std::string> argv = {kSim, "--tags", own_tags ? options[1] : kDemo, "--port", std::to_string(port)};
         argv.insert(argv.end(), options.begin() + (own_tags ? 2 : 0), options.end());
         const fs::path out = dir_ / ("sim" + std::to_string(sims_.size()));
+        fs::remove(out);  // a stopped simulator's file of this name would give its old port
         sims_.push_back(spawn(argv, out, out.string() + ".err"));
         std::smatch m;
         for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(10ms))
