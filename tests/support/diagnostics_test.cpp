@@ -30,6 +30,8 @@ TEST(Diagnostics, DumpsPrintTheirLayout) {
         {[&] { dump_b(bytes, 11); }, "[dump_b] len=11\r\n0x30 0x31 0x32 0x33 0x34 0x35 0x36 0x37 0x38 0x39 \r\n0x3a \r\n"},
         {[&] { dump_b(bytes, 0); }, "[dump_b] len=0\r\n"},
         {[&] { _dump("rx", bytes, 2); }, "[rx]\tlen=2\r\n0x30 0x31 \r\n"},
+        {[&] { _dump("rx", nullptr, 3); }, "[rx]\tlen=3\r\n"},  // no buffer: no bytes, whatever the length
+        {[&] { EXPECT_EQ(printf_log("%d", 1), 0); }, ""},      // the switched-off debug print
         {[&] { FlushBuff(1, bytes, 21); },
          std::string(heads[0]) + "30 31 32 33 34 35 36 37 38 39 3a 3b 3c 3d 3e 3f 40 41 42 43 \r\n" + heads[1] + "44 \r\n"},
         {[&] { FlushBuff(0, bytes, 4), FlushBuff(1, nullptr, 4); }, ""},

@@ -93,6 +93,18 @@ TEST(DeviceClass, FirstMatchingMnemonicDecides) {
     }
 }
 
+// The name former's insert: one character at a place inside the text or at
+// its end, the rest moved up with the terminator; any other place changes nothing.
+TEST(TagName, InsertPutsOneCharacterAndKeepsTheText) {
+    const std::tuple<int, const char *> cases[] = {{0, "#abc"}, {1, "a#bc"}, {3, "abc#"}, {4, "abc"}, {-1, "abc"}};
+    for (const auto &[pos, want] : cases) {
+        char text[8] = "abc\0zzz";
+        char mark[] = "#";
+        insert(text, mark, pos);
+        EXPECT_STREQ(text, want) << pos;
+    }
+}
+
 TEST(ParseLine, WideStringArrayReportsItsElementSize) {
     ::testing::internal::CaptureStdout();
     const kplc_tag_str array = parse("1,W,WSTRING,[0..1],84,,,-1\n");
