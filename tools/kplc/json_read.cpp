@@ -98,24 +98,6 @@ private:
         return u;
     }
 
-    static void utf8(std::string &out, uint32_t cp) {
-        if (cp < 0x80) {
-            out.push_back(static_cast<char>(cp));
-        } else if (cp < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | cp >> 6));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        } else if (cp < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | cp >> 12));
-            out.push_back(static_cast<char>(0x80 | (cp >> 6 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | cp >> 18));
-            out.push_back(static_cast<char>(0x80 | (cp >> 12 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp >> 6 & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-        }
-    }
-
     bool string(std::string &out) {
         ++at_;  // the opening quote
         while (at_ < s_.size()) {
@@ -147,7 +129,7 @@ private:
                 } else if (*u >= 0xDC00 && *u < 0xE000) {
                     return bad("half a surrogate pair");
                 }
-                utf8(out, *u);
+                append_utf8(out, *u);
                 break;
             }
             default: return bad("bad escape in a string");
